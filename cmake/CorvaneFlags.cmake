@@ -1,0 +1,17 @@
+# Flags for every target of this project. corvane_flags(TARGET) is called once for each.
+function(corvane_flags target)
+  # The promised bits depend on one rounding per operation: both GCC and Clang fuse a * b + c on
+  # AArch64 unless told not to.
+  target_compile_options(${target} PRIVATE -ffp-contract=off -Wall -Wextra -Wconversion -Wshadow)
+  if(CORVANE_WARNINGS_AS_ERRORS)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  if(CORVANE_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${CORVANE_SANITIZE} -fno-omit-frame-pointer
+                                             -fno-sanitize-recover=all)
+    target_link_options(${target} PRIVATE -fsanitize=${CORVANE_SANITIZE})
+  endif()
+  set_target_properties(${target} PROPERTIES
+    CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON POSITION_INDEPENDENT_CODE ON)
+endfunction()

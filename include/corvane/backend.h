@@ -1,0 +1,183 @@
+// The inference backend: an 8-bit image in, every output tensor of an RKNN model back as floats.
+//
+//   std::unique_ptr<corvane::Backend_<float>> backend = corvane::InitBackend(
+//       "face.rknn.bin", "", {}, {127.5f, 127.5f, 127.5f}, {1 / 127.5f, 1 / 127.5f, 1 / 127.5f},
+//       corvane::RKNN_INPUT_FLOAT32);
+//   std::vector<corvane::OutputTensor> outputs;
+//   backend->Forward(pixels, corvane::PIXEL_BGR2RGB, 112, 112, &outputs);
+//
+// How failures show: InitBackend throws after writing the cause to standard error. Forward returns
+// nothing; a failed call is a line on standard error (for the input kinds that Forward does not
+// prepare, not even that), and the outputs then hold zeros, except after a failure inside the
+// runtime, which leaves their contents undefined. Running out of memory is always std::bad_alloc.
+//
+// Floating point: loading this library switches the loading thread to flush-to-zero (subnormal
+// operands and results count as zero), on x86-64 as on AArch64; threads started from it later
+// inherit that. The results promised here to the bit are those of a thread in that mode, with
+// rounding to nearest. A thread that was running before the library was loaded keeps its own mode,
+// and its subnormal values are not flushed.
+#ifndef CORVANE_BACKEND_H_
+#define CORVANE_BACKEND_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "corvane/export.h"
+
+namespace corvane {
+
+// In which form Forward builds the model's input, and how the runtime is told to take it.
+//
+// v is the normalised value (x - mean) * scale of an image byte x (see InitBackend). The planar
+// kinds hold one plane of width * height elements for each channel.
+enum RKNNInputType : int32_t {
+  // v as a 32-bit float, planar (NCHW); the runtime converts to the model's native input type.
+  RKNN_INPUT_FLOAT32 = 0,
+  // v as an IEEE half-precision bit pattern, planar, handed to the model unconverted. Fraction bits
+  // that do not fit are dropped (toward zero); 65536 and above, infinities and NaNs become +-65504;
+  // below 2^-14 becomes a signed zero. No infinity, NaN or subnormal is ever produced.
+  RKNN_INPUT_FLOAT16 = 1,
+  // v as 16-bit dynamic fixed point, planar, handed to the model unconverted: v * 2^fl truncated
+  // toward zero to 32 bits (saturating, NaN is 0), of which the low 16 bits are kept (no saturation
+  // to 16 bits: 200 at fl = 8 becomes -14336). fl, the number of fractional bits, is that of the
+  // model's first input. The mean is subtracted first, then one multiplication by
+  // float(2^fl) * scale follows.
+  // A three-channel image without scales is computed in integers: (x - int(mean)) * 2^fl, the low
+  // 16 bits, so the fraction of a mean is dropped there (fl = 7, mean 127.5, byte 200: 9344, while
+  // a
+  // gray image gives 9280).
+  // Any fl is well defined: 2^fl is taken as a float; in the integer rule a left shift of 16 or
+  // more
+  // leaves 0 and a negative fl divides, truncating toward zero.
+  RKNN_INPUT_INT16 = 2,
+  // A value of the runtime's own table. Forward prepares no input for it: no message, no run.
+  RKNN_INPUT_INT8 = 3,
+  // The image's bytes as they are, interleaved (NHWC): no channel reversal, no means, no scales.
+  // Colour images only. The runtime converts.
+  RKNN_INPUT_UINT8 = 4,
+};
+
+// What Forward's image holds. A conversion is named source-to-target: source | target << 16.
+// Forward never looks at which colour a channel is: both plain colour types keep the channel order
+// of the image, both conversions reverse it.
+enum PixelType : int32_t {
+  PIXEL_RGB = 1,
+  PIXEL_BGR = 2,
+  PIXEL_GRAY = 3,
+  PIXEL_RGBA = 4,  // named, but not accepted by Forward
+  PIXEL_BGR2RGB = 0x10002,
+  PIXEL_RGB2BGR = 0x20001,
+};
+
+// One output tensor. Owns its floats; can be moved, not copied. A moved-from record is empty.
+struct OutputTensor {
+  float* data = nullptr;             // count floats, owned, released with delete[]
+  uint32_t shape[4] = {0, 0, 0, 0};  // outermost first, as in N, C, H, W: the runtime's first four
+                                     // dims reversed; zeros in front where it has fewer
+  uint64_t elem_size = 0;            // bytes of one element: 4
+  int64_t plane_size = 0;            // shape[3] * shape[2], multiplied in 32 bits
+  uint64_t count = 0;                // number of floats in data
+
+  OutputTensor() = default;
+  OutputTensor(const OutputTensor&) = delete;
+  OutputTensor& operator=(const OutputTensor&) = delete;
+  OutputTensor(OutputTensor&& other) noexcept { Take(other); }
+  OutputTensor& operator=(OutputTensor&& other) noexcept {
+    if (this != &other) {
+      delete[] data;
+      Take(other);
+    }
+    return *this;
+  }
+  ~OutputTensor() { delete[] data; }
+
+ private:
+  void Take(OutputTensor& other) noexcept {
+    data = other.data;
+    for (int i = 0; i < 4; ++i) shape[i] = other.shape[i];
+    elem_size = other.elem_size;
+    plane_size = other.plane_size;
+    count = other.count;
+    other.data = nullptr;
+    for (uint32_t& extent : other.shape) extent = 0;
+    other.elem_size = 0;
+    other.plane_size = 0;
+    other.count = 0;
+  }
+};
+
+// A loaded model. The library offers the instance for float and creates it by InitBackend.
+template <typename T>
+class CORVANE_EXPORT Backend_ {
+ public:
+  Backend_() = default;
+  Backend_(const Backend_&) = delete;
+  Backend_& operator=(const Backend_&) = delete;
+
+  // Destroys the runtime's context, then releases the model. Not while Forward runs on it.
+  virtual ~Backend_() = default;
+
+  // Runs the model on one image and gives one record per model output, in output order.
+  //
+  // image:      width * height pixels of C bytes (C = 1 for PIXEL_GRAY, else 3), rows packed
+  // without
+  //             padding. Read only, not kept. Null, unless the image is empty: a line, no run.
+  // pixel_type: a PixelType. PIXEL_RGBA and values that are none are refused with a line.
+  // width,      pixels. Only their product counts. The model's own input size is not compared: the
+  // height:     runtime judges that. When width * height * C is negative or above 2^31 - 1, or the
+  //             input would be 4 GiB or larger, the call throws std::bad_array_new_length before it
+  //             reads the image (for the kinds that make a buffer: all but RKNN_INPUT_INT8).
+  // outputs:    what it held is released first, so one vector may serve frame after frame. The
+  //             records are there after every call, also a failed one. Null: a line, nothing else.
+  //
+  // Failures, each one line on standard error and no run: a refused pixel type; a gray image with
+  // RKNN_INPUT_UINT8; means or scales that are not empty but shorter than C (judged for the kinds
+  // that read them); a model that has not exactly one input. Without any line: RKNN_INPUT_INT8 and
+  // values outside RKNNInputType. In all of these, and when an exception leaves the call, the
+  // records' floats are 0. When the runtime itself fails there is a line with its (negative) code
+  // and the floats are undefined. Positive codes of the runtime count as success.
+  //
+  // Exceptions: std::bad_alloc, std::bad_array_new_length, std::system_error from the lock; in all
+  // of them the lock is free afterwards and nothing has leaked.
+  //
+  // Threads: calls on one backend take turns, each needs a vector of its own; different backends
+  // run in parallel.
+  virtual void Forward(const uint8_t* image, int pixel_type, int width, int height,
+                       std::vector<OutputTensor>* outputs) = 0;
+
+  // Not offered by the RKNN backend: writes one line to standard error and does nothing else.
+  virtual void Reserved() = 0;
+};
+
+extern template class CORVANE_EXPORT Backend_<float>;
+
+// Loads a model and returns it ready to run.
+//
+// model_path:  a regular file of at most 4 GiB: a 13-byte prefix, which is skipped unread, then the
+//              compiled model, which is handed to the runtime unchanged. Read once; the path is not
+//              kept. A model may have any number of inputs, but Forward runs only those with one.
+// aux_string,
+// aux_strings: stored, not used by this backend. Anything goes.
+// means,       one value per byte of a pixel, in the image's order (also when the pixel type
+// reverses scales:      the channels). A byte x becomes (x - mean) * scale in 32-bit float, one
+// rounding per
+//              step. An empty vector leaves its step out; more values than the image has channels
+//              do no harm, so one backend may serve gray and colour images.
+// input_type:  stored as it is; see RKNNInputType. Not changeable later.
+//
+// Writes "loading RKNN model. [file='...']" to standard output. On failure writes the cause and
+// "failed to initialize RKNN backend. [model_path='...']" to standard error and throws
+// std::runtime_error("failed to initialize RKNN backend."). Throws std::bad_alloc when memory runs
+// out. Nothing is kept in either case.
+//
+// May be called from any thread, also at the same time.
+CORVANE_EXPORT std::unique_ptr<Backend_<float>> InitBackend(
+    const std::string& model_path, const std::string& aux_string,
+    const std::vector<std::string>& aux_strings, const std::vector<float>& means,
+    const std::vector<float>& scales, RKNNInputType input_type);
+
+}  // namespace corvane
+
+#endif  // CORVANE_BACKEND_H_
