@@ -1,0 +1,31 @@
+# Sourced by the other scripts: installs what is missing, by Debian package name.
+
+# ensure_packages NAME...: installs those of the packages that are not there yet.
+ensure_packages() {
+  local missing=() name
+  for name in "$@"; do
+    if [ "$(dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null)" != installed ]; then
+      missing+=("$name")
+    fi
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+
+  echo "installing: ${missing[*]}"
+  local as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    if ! command -v sudo >/dev/null; then
+      echo "Not root, and there is no sudo. As root: apt-get install ${missing[*]}" >&2
+      return 1
+    fi
+    as_root=(sudo)
+  fi
+  "${as_root[@]}" apt-get update -qq
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+packages_build=(g++ cmake ninja-build)
+packages_test=(libgtest-dev libgmock-dev)
+packages_cross=(g++-aarch64-linux-gnu qemu-user googletest)
+packages_clang=(clang libclang-rt-14-dev)
+packages_lint=(clang-format clang-tidy clang)
