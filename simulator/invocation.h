@@ -1,0 +1,58 @@
+// One call through the C interface: counted, scripted, recorded, and refused where it is misuse.
+#ifndef CORVANE_SIMULATOR_INVOCATION_H_
+#define CORVANE_SIMULATOR_INVOCATION_H_
+
+#include "script.h"
+#include "trace.h"
+
+namespace rknn_sim {
+
+class Invocation {
+ public:
+  Invocation(Function function, rknn_context handle);
+
+  // Null unless the call is recorded or hooked: what costs a copy is noted only then.
+  Call* record() { return is_observed_ ? &record_ : nullptr; }
+
+  // Writes the line and returns the code.
+  __attribute__((format(printf, 3, 4))) int Misuse(int code, const char* format, ...);
+
+  // The scripted delay and hook: once the arguments have been checked, before any work.
+  void Reach();
+
+  bool fails_on_any_code() const { return effects_.has_code && effects_.code != 0; }
+  bool fails() const { return effects_.has_code && effects_.code < 0; }
+  bool leaves_outputs_unwritten() const { return effects_.leaves_outputs_unwritten; }
+  // What the call returns when nothing else is wrong.
+  int code() const { return effects_.has_code ? effects_.code : RKNN_SUCC; }
+
+  int End(int ret);
+
+ private:
+  Call record_;
+  Effects effects_;
+  bool is_traced_;
+  bool is_observed_;
+  Trace::Place place_;
+};
+
+// Runs body(invocation) as one call; no exception leaves it.
+template <typename Body>
+int Invoke(Function function, rknn_context handle, Body body) noexcept {
+  try {
+    Invocation invocation(function, handle);
+    try {
+      return invocation.End(body(invocation));
+    } catch (const std::bad_alloc&) {
+      return invocation.End(RKNN_ERR_MALLOC_FAIL);
+    } catch (...) {  // from a test's hook
+      return invocation.End(RKNN_ERR_FAIL);
+    }
+  } catch (...) {
+    return RKNN_ERR_MALLOC_FAIL;
+  }
+}
+
+}  // namespace rknn_sim
+
+#endif  // CORVANE_SIMULATOR_INVOCATION_H_

@@ -1,0 +1,53 @@
+#include "report.h"
+
+#include <cstdio>
+#include <mutex>
+
+#include "forever.h"
+
+namespace rknn_sim {
+
+namespace {
+
+constexpr std::size_t kLinesKept = 1000;
+
+struct Reports {
+  std::mutex mutex;
+  uint64_t count = 0;
+  Vector<String> lines;
+};
+
+Forever<Reports> reports;
+
+}  // namespace
+
+int ReportMisuse(const char* where, int code, const char* format, std::va_list arguments) {
+  char text[512];
+  std::vsnprintf(text, sizeof(text), format, arguments);
+  char line[640];
+  std::snprintf(line, sizeof(line), "rknn simulator: %s: %s [ret=%d]", where, text, code);
+  std::fprintf(stderr, "%s\n", line);
+
+  const std::lock_guard<std::mutex> lock(reports->mutex);
+  ++reports->count;
+  if (reports->lines.size() < kLinesKept) reports->lines.emplace_back(line);
+  return code;
+}
+
+uint64_t ReportedCount() {
+  const std::lock_guard<std::mutex> lock(reports->mutex);
+  return reports->count;
+}
+
+Vector<String> ReportedLines() {
+  const std::lock_guard<std::mutex> lock(reports->mutex);
+  return reports->lines;
+}
+
+void ForgetReports() {
+  const std::lock_guard<std::mutex> lock(reports->mutex);
+  reports->count = 0;
+  reports->lines.clear();
+}
+
+}  // namespace rknn_sim

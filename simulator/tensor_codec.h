@@ -1,0 +1,33 @@
+// Elements of a tensor as numbers, and back.
+#ifndef CORVANE_SIMULATOR_TENSOR_CODEC_H_
+#define CORVANE_SIMULATOR_TENSOR_CODEC_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "malloc_allocator.h"
+#include "rknn_api.h"
+
+namespace rknn_sim {
+
+bool IsTensorType(uint32_t type);
+const char* TypeName(rknn_tensor_type type);      // "FLOAT32", ...
+std::size_t ElementBytes(rknn_tensor_type type);  // 0 for an unknown type
+
+float HalfToFloat(uint16_t half);
+uint16_t FloatToHalf(float value);  // nearest, ties to even
+
+// The numbers of a buffer described by input, in attr's layout. With pass_through the elements are
+// the model's own (attr's quantisation applies); without it they are plain numbers of input.type,
+// laid out as input.fmt says. `bytes` holds input.size bytes; a short buffer gives zeros at the
+// end.
+void DecodeInput(const rknn_tensor_attr& attr, const rknn_input& input, const uint8_t* bytes,
+                 Vector<float>* numbers);
+
+// Writes count numbers as elements of attr's type; out of range saturates, NaN gives 0 in integers.
+void EncodeNative(const rknn_tensor_attr& attr, const float* numbers, std::size_t count,
+                  uint8_t* to);
+
+}  // namespace rknn_sim
+
+#endif  // CORVANE_SIMULATOR_TENSOR_CODEC_H_
