@@ -79,7 +79,8 @@ RKNN_SIM_EXPORT void SetNextHandle(rknn_context handle);
 // ---------------------------------------------------------------------------------- scripting
 // calls
 
-// nth counts the calls of one function from 1 since Reset, over all contexts and threads.
+// nth counts the calls of one function from 1 since Reset, over all contexts and threads. What is
+// scripted later for the same call wins, point by point.
 constexpr uint64_t kEveryCall = 0;
 
 // The call returns code, unless it is a misuse. Where a non-zero code means failure (init, query),
@@ -145,7 +146,9 @@ struct Call {
   bool was_model_intact = false;  // destroy: the model's bytes could be read and were unchanged
 };
 
-// Off at start. Recording copies every buffer; without it no call allocates or copies for it.
+// Off at start. Recording copies every buffer; without it no call allocates or copies for it, and a
+// benchmark that also relaxes kModelBytes (a few system calls at each run) sees little else than
+// its own work.
 RKNN_SIM_EXPORT void SetRecording(bool is_on);
 // All calls so far, in the order in which they began.
 RKNN_SIM_EXPORT Vector<Call> Calls();

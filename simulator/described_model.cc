@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include "model.h"
@@ -30,7 +31,7 @@ class DescribedModel final : public ExecutableModel {
 
   void CopyOutput(uint32_t i, float* to) const override {
     const Tensor& output = description_.outputs[i];
-    const uint32_t count = output.attr.n_elems;
+    const std::size_t count = output.attr.n_elems;
     const Vector<float>* values = &output.values;
     if (output.echo_input != kNoEcho) {
       static const Vector<float> nothing(1, 0.0f);
@@ -38,14 +39,17 @@ class DescribedModel final : public ExecutableModel {
       values = input < echoes_.size() && !echoes_[input].empty() ? &echoes_[input] : &nothing;
     }
     if (values->empty()) {
-      for (uint32_t k = 0; k < count; ++k) {
+      for (std::size_t k = 0; k < count; ++k) {
         to[k] = static_cast<float>(1000 * (uint64_t{i} + 1) + k % 1000);
       }
       return;
     }
-    for (std::size_t k = 0, from = 0; k < count; ++k) {
-      to[k] = (*values)[from];
-      if (++from == values->size()) from = 0;
+    if (values->size() == 1) {
+      std::fill_n(to, count, values->front());
+      return;
+    }
+    for (std::size_t k = 0; k < count; k += values->size()) {
+      std::copy_n(values->begin(), std::min(values->size(), count - k), to + k);
     }
   }
 

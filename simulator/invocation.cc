@@ -17,6 +17,7 @@ Invocation::Invocation(Function function, rknn_context handle) {
   if (is_traced_) place_ = TheTrace().Begin(record_);
 }
 
+// The compiler checks the format.  NOLINTNEXTLINE(cert-dcl50-cpp)
 int Invocation::Misuse(int code, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
