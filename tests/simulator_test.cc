@@ -199,7 +199,7 @@ TEST(Simulator, WatchesTheModelBytes) {
       {"", [](uint8_t*) {}, 0, 0},
       {"have changed", [&](uint8_t* model) { model[size - 1] = 1; }, -6, -6},
       {"have changed", [&](uint8_t* model) { model[1000] = 1; }, 0, -6},  // between the samples
-      {"have been freed", [&](uint8_t* model) { munmap(model, size); }, -6, -6},
+      {"have been freed", [&](uint8_t* model) { mprotect(model, size, PROT_NONE); }, -6, -6},
       {"have been freed", [&](uint8_t* model) { mprotect(model + 2 * 65536, 65536, PROT_NONE); }, 0,
        -6},
   };
