@@ -1,0 +1,187 @@
+// Advanced SIMD loops, sixteen pixels a step. Where the constants leave the ground on which a short
+// cut below holds, the plain loops take over.
+#include <arm_neon.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "src/rknn/encode_kernels.h"
+#include "src/rknn/encode_loop.h"
+#include "src/rknn/pixel_rules.h"
+
+namespace corvane {
+namespace {
+
+// One byte of each pixel of a block, for every channel.
+template <int kChannels>
+struct Bytes {
+  uint8x16_t channel[kChannels];
+};
+
+inline void Load(const uint8_t* pixels, Bytes<1>* bytes) { bytes->channel[0] = vld1q_u8(pixels); }
+
+inline void Load(const uint8_t* pixels, Bytes<3>* bytes) {
+  const uint8x16x3_t separated = vld3q_u8(pixels);
+  for (int c = 0; c < 3; ++c) bytes->channel[c] = separated.val[c];
+}
+
+struct Floats {
+  float32x4_t quarter[4];
+};
+
+// How byte - mean is formed. Plainly: widen, convert, subtract.
+struct PlainDifference {
+  static float Subtrahend(float mean) { return mean; }
+  static Floats Of(uint8x16_t bytes, float32x4_t mean) {
+    const uint16x8_t low = vmovl_u8(vget_low_u8(bytes));
+    const uint16x8_t high = vmovl_high_u8(bytes);
+    return {{vsubq_f32(vcvtq_f32_u32(vmovl_u16(vget_low_u16(low))), mean),
+             vsubq_f32(vcvtq_f32_u32(vmovl_high_u16(low)), mean),
+             vsubq_f32(vcvtq_f32_u32(vmovl_u16(vget_low_u16(high))), mean),
+             vsubq_f32(vcvtq_f32_u32(vmovl_high_u16(high)), mean)}};
+  }
+};
+
+// Without conversion: 0x4700xx00 are the bits of the float 32768 + xx, and where 32768 + mean is a
+// float too, (32768 + xx) - (32768 + mean) rounds what xx - mean rounds.
+struct OffsetDifference {
+  static bool HoldsFor(float mean) {
+    if (!(mean > -32768.0F && mean < 32768.0F)) return false;
+    const float in_256ths =
+        mean * 256;  // floats from 1 to 65536 are whole multiples of 1/256 or finer
+    return static_cast<float>(static_cast<int32_t>(in_256ths)) == in_256ths;
+  }
+  static float Subtrahend(float mean) { return 32768.0F + mean; }
+  static Floats Of(uint8x16_t bytes, float32x4_t mean_with_offset) {
+    const uint8x16_t zero = vdupq_n_u8(0);
+    const uint16x8_t upper = vdupq_n_u16(0x4700);
+    const uint16x8_t low = vreinterpretq_u16_u8(vzip1q_u8(zero, bytes));
+    const uint16x8_t high = vreinterpretq_u16_u8(vzip2q_u8(zero, bytes));
+    return {{vsubq_f32(vreinterpretq_f32_u16(vzip1q_u16(low, upper)), mean_with_offset),
+             vsubq_f32(vreinterpretq_f32_u16(vzip2q_u16(low, upper)), mean_with_offset),
+             vsubq_f32(vreinterpretq_f32_u16(vzip1q_u16(high, upper)), mean_with_offset),
+             vsubq_f32(vreinterpretq_f32_u16(vzip2q_u16(high, upper)), mean_with_offset)}};
+  }
+};
+
+inline void Store(const Floats& values, float* plane) {
+  for (int q = 0; q < 4; ++q) vst1q_f32(plane + 4 * q, values.quarter[q]);
+}
+
+// Halves of values that were scaled by 2^-112 besides: their exponents have the half's bias, so
+// the half is bits 13 to 27, and the sign. See Float16().
+inline uint16x8_t RebiasedHalves(float32x4_t first, float32x4_t second) {
+  const uint32x4_t first_bits = vreinterpretq_u32_f32(first);
+  const uint32x4_t second_bits = vreinterpretq_u32_f32(second);
+  const uint16x8_t magnitude_twice = vshrn_high_n_u32(vshrn_n_u32(first_bits, 12), second_bits, 12);
+  const uint16x8_t upper =
+      vuzp2q_u16(vreinterpretq_u16_u32(first_bits), vreinterpretq_u16_u32(second_bits));
+  return vsriq_n_u16(upper, magnitude_twice, 1);  // keeps upper's sign
+}
+
+inline void Store(const Floats& rebiased, uint16_t* plane) {
+  vst1q_u16(plane, RebiasedHalves(rebiased.quarter[0], rebiased.quarter[1]));
+  vst1q_u16(plane + 8, RebiasedHalves(rebiased.quarter[2], rebiased.quarter[3]));
+}
+
+// The conversion truncates and saturates as the rule does, a NaN gives 0.
+inline int16x8_t LowHalves(float32x4_t first, float32x4_t second) {
+  return vuzp1q_s16(vreinterpretq_s16_s32(vcvtq_s32_f32(first)),
+                    vreinterpretq_s16_s32(vcvtq_s32_f32(second)));
+}
+
+inline void Store(const Floats& values, int16_t* plane) {
+  vst1q_s16(plane, LowHalves(values.quarter[0], values.quarter[1]));
+  vst1q_s16(plane + 8, LowHalves(values.quarter[2], values.quarter[3]));
+}
+
+template <class Difference, int kChannels, class Element>
+void Fill(const EncodePlan<Element>& plan) {
+  float32x4_t means[kChannels];
+  float32x4_t scales[kChannels];
+  Element* planes[kChannels];
+  for (int c = 0; c < kChannels; ++c) {
+    means[c] = vdupq_n_f32(Difference::Subtrahend(plan.means[c]));
+    scales[c] = vdupq_n_f32(plan.scales[c]);
+    planes[c] = plan.planes[c];
+  }
+  const uint8_t* pixels = plan.pixels;
+  ForEachBlock(plan.pixel_count, kBlockPixels, [&](std::size_t i) {
+    Bytes<kChannels> bytes;
+    Load(pixels + i * kChannels, &bytes);
+    for (int c = 0; c < kChannels; ++c) {
+      Floats values = Difference::Of(bytes.channel[c], means[c]);
+      for (float32x4_t& quarter : values.quarter) quarter = vmulq_f32(quarter, scales[c]);
+      Store(values, planes[c] + i);
+    }
+  });
+}
+
+template <class Element>
+void FillBlocks(const EncodePlan<Element>& plan) {
+  bool is_offset_exact = true;
+  for (int c = 0; c < plan.channels; ++c) {
+    is_offset_exact = is_offset_exact && OffsetDifference::HoldsFor(plan.means[c]);
+  }
+  if (plan.channels == 1) {
+    is_offset_exact ? Fill<OffsetDifference, 1>(plan) : Fill<PlainDifference, 1>(plan);
+  } else {
+    is_offset_exact ? Fill<OffsetDifference, 3>(plan) : Fill<PlainDifference, 3>(plan);
+  }
+}
+
+void Float32(const EncodePlan<float>& plan) {
+  if (plan.pixel_count < kBlockPixels) return kPortableKernels.float32(plan);
+  FillBlocks(plan);
+}
+
+void Float16(const EncodePlan<uint16_t>& plan) {
+  // 2^-112 joins the scale where that changes no element: the scale stays a normal number and every
+  // value that is not 0 keeps clear of both ends of the half's range.
+  bool is_clear = AllStayWithin(plan, PowerOfTwo(-13), 65504.0F);
+  for (int c = 0; c < plan.channels; ++c) {
+    const float scale = plan.scales[c];
+    is_clear = is_clear && (scale >= PowerOfTwo(-14) || scale <= -PowerOfTwo(-14));
+  }
+  if (plan.pixel_count < kBlockPixels || !is_clear) return kPortableKernels.float16(plan);
+  EncodePlan<uint16_t> rebiased = plan;
+  for (float& scale : rebiased.scales) scale *= PowerOfTwo(-112);
+  FillBlocks(rebiased);
+}
+
+void Dfp16(const EncodePlan<int16_t>& plan) {
+  if (plan.pixel_count < kBlockPixels) return kPortableKernels.dfp16(plan);
+  FillBlocks(plan);
+}
+
+// Only the low 16 bits of a difference reach the element, so it is formed in 16 bits.
+void Dfp16Integers(const IntegerPlan& plan) {
+  if (plan.pixel_count < kBlockPixels || plan.fraction_bits < 0) {
+    return kPortableKernels.dfp16_integers(plan);
+  }
+  const int16x8_t shift =
+      vdupq_n_s16(static_cast<int16_t>(plan.fraction_bits < 16 ? plan.fraction_bits : 16));
+  uint16x8_t minus_means[3];
+  int16_t* planes[3];
+  for (int c = 0; c < 3; ++c) {
+    minus_means[c] = vdupq_n_u16(static_cast<uint16_t>(0U - static_cast<uint32_t>(plan.means[c])));
+    planes[c] = plan.planes[c];
+  }
+  const uint8_t* pixels = plan.pixels;
+  ForEachBlock(plan.pixel_count, kBlockPixels, [&](std::size_t i) {
+    Bytes<3> bytes;
+    Load(pixels + i * 3, &bytes);
+    for (int c = 0; c < 3; ++c) {
+      const uint16x8_t low = vaddw_u8(minus_means[c], vget_low_u8(bytes.channel[c]));
+      const uint16x8_t high = vaddw_high_u8(minus_means[c], bytes.channel[c]);
+      vst1q_s16(planes[c] + i, vreinterpretq_s16_u16(vshlq_u16(low, shift)));
+      vst1q_s16(planes[c] + i + 8, vreinterpretq_s16_u16(vshlq_u16(high, shift)));
+    }
+  });
+}
+
+}  // namespace
+
+const EncodeKernels kNeonKernels = {"neon", Float32, Float16, Dfp16, Dfp16Integers};
+
+}  // namespace corvane
