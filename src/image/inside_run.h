@@ -27,11 +27,9 @@ constexpr int kInsideRunBlock = 8;
 // would reach behind the source: those of its last two columns in its last two rows.
 using WarpInsideRun = void (*)(const InsideRun& run);
 
-#if defined(__aarch64__)
+// Each is there where its instruction set can be; see src/CMakeLists.txt.
 void WarpInsideRunNeon(const InsideRun& run);
-#elif defined(__x86_64__)
 void WarpInsideRunAvx2(const InsideRun& run);
-#endif
 
 }  // namespace corvane
 

@@ -13,17 +13,15 @@ namespace {
 
 constexpr int kTransparentBorder = -233;
 
-// Within these the vector loops' 16-bit and 32-bit offsets suffice, and a row's pixels inside are
-// one run (see FindRun).
+// Within these the vector loops' 16-bit factors and 32-bit offsets suffice, and a row's pixels
+// inside are one run (see FindRun).
 constexpr int kMaxFastWidth = 10922;
 constexpr int kMaxFastHeight = 32767;
 
 WarpInsideRun ChooseInsideRun() {
-#if defined(CORVANE_PORTABLE)
-  return nullptr;
-#elif defined(__aarch64__)
+#if defined(CORVANE_SIMD_NEON)
   return WarpInsideRunNeon;
-#elif defined(__x86_64__)
+#elif defined(CORVANE_SIMD_AVX2)
   static const WarpInsideRun chosen = __builtin_cpu_supports("avx2") ? WarpInsideRunAvx2 : nullptr;
   return chosen;
 #else
@@ -31,8 +29,9 @@ WarpInsideRun ChooseInsideRun() {
 #endif
 }
 
-// How far each column moves the position along one axis: R(float(x) * (m * 1024)). Being that of a
-// line, it moves in one direction only.
+// How far each column moves the position along one axis: R(float(x) * (m * 1024)). Column 0 does
+// not move it, and the others do so in one direction only, by less than half the range of a
+// position.
 class ColumnTable {
  public:
   explicit ColumnTable(int width) : width_(width) {
@@ -46,23 +45,15 @@ class ColumnTable {
   const int32_t* data() const { return offsets_.get(); }
   int32_t operator[](int x) const { return offsets_[x]; }
   int width() const { return width_; }
+  bool IsRising() const { return offsets_[width_ - 1] >= 0; }
 
-  // Below 2^31, so that a row's wrapped positions enter and leave an interval at most once.
-  bool SpansLessThanHalfTheRange() const { return Moved(width_ - 1) < (int64_t{1} << 31); }
-
-  // The distance from column 0, which never decreases along the row.
-  int64_t Moved(int x) const {
-    const int64_t moved = int64_t{offsets_[x]} - offsets_[0];
-    return IsRising() ? moved : -moved;
-  }
-  bool IsRising() const { return offsets_[width_ - 1] >= offsets_[0]; }
-
-  // The first column that has moved at least this far, or the width.
+  // The first column that is moved at least this far (without sign), or the width.
   int FirstMoved(int64_t distance) const {
+    const int sign = IsRising() ? 1 : -1;
     int first = 0;
     for (int count = width_; count > 0;) {
       const int half = count / 2;
-      if (Moved(first + half) < distance) {
+      if (sign * offsets_[first + half] < distance) {
         first += half + 1;
         count -= half + 1;
       } else {
@@ -89,10 +80,9 @@ bool IsWithin(int32_t position, int32_t lowest, uint32_t length) {
 }
 
 // The columns whose position start + table[x], wrapped, is one of the length values from lowest on.
-// With a table and an interval each shorter than half the range these are one run.
+// As the interval is shorter than half the range, too, these are one run.
 Run FindRun(const ColumnTable& table, int32_t start, int32_t lowest, uint32_t length) {
-  const uint32_t above =
-      static_cast<uint32_t>(AddWrapping(start, table[0])) - static_cast<uint32_t>(lowest);
+  const uint32_t above = static_cast<uint32_t>(start) - static_cast<uint32_t>(lowest);
   const bool starts_within = above < length;
   if (table.IsRising()) {
     const int64_t to_lowest = starts_within ? 0 : (int64_t{1} << 32) - above;
@@ -125,8 +115,7 @@ class Warp {
         column_y_(column_y),
         warp_inside_run_(ChooseInsideRun()),
         has_runs_(source.width > 0 && source.width <= kMaxFastWidth && source.height > 0 &&
-                  source.height <= kMaxFastHeight && column_x.SpansLessThanHalfTheRange() &&
-                  column_y.SpansLessThanHalfTheRange()) {}
+                  source.height <= kMaxFastHeight) {}
 
   void Row(int32_t row_x, int32_t row_y, uint8_t* target) const {
     const int width = column_x_.width();
