@@ -46,6 +46,23 @@ inline bool AllStayWithin(const Plan& plan, float smallest, float largest) {
   return true;
 }
 
+// A byte becomes a float without a conversion: 0x4700xx00 are the bits of 32768 + xx. Where
+// 32768 + mean is a float too, (32768 + xx) - (32768 + mean) rounds exactly what xx - mean rounds.
+// Floats up to 65536 hold every multiple of 1/256.
+constexpr uint8_t kOffsetTopByte = 0x47;
+constexpr float kOffset = 32768.0F;
+
+template <class Plan>
+inline bool AllMeansTakeOffset(const Plan& plan) {
+  for (int c = 0; c < plan.channels; ++c) {
+    const float mean = plan.means[c];
+    if (!(mean > -kOffset && mean < kOffset)) return false;
+    const float in_256ths = mean * 256;
+    if (static_cast<float>(static_cast<int32_t>(in_256ths)) != in_256ths) return false;
+  }
+  return true;
+}
+
 }  // namespace
 }  // namespace corvane
 

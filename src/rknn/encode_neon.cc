@@ -42,19 +42,12 @@ struct PlainDifference {
   }
 };
 
-// Without conversion: 0x4700xx00 are the bits of the float 32768 + xx, and where 32768 + mean is a
-// float too, (32768 + xx) - (32768 + mean) rounds what xx - mean rounds.
+// Without a conversion, see AllMeansTakeOffset().
 struct OffsetDifference {
-  static bool HoldsFor(float mean) {
-    if (!(mean > -32768.0F && mean < 32768.0F)) return false;
-    const float in_256ths =
-        mean * 256;  // floats from 1 to 65536 are whole multiples of 1/256 or finer
-    return static_cast<float>(static_cast<int32_t>(in_256ths)) == in_256ths;
-  }
-  static float Subtrahend(float mean) { return 32768.0F + mean; }
+  static float Subtrahend(float mean) { return kOffset + mean; }
   static Floats Of(uint8x16_t bytes, float32x4_t mean_with_offset) {
     const uint8x16_t zero = vdupq_n_u8(0);
-    const uint16x8_t upper = vdupq_n_u16(0x4700);
+    const uint16x8_t upper = vdupq_n_u16(kOffsetTopByte << 8);
     const uint16x8_t low = vreinterpretq_u16_u8(vzip1q_u8(zero, bytes));
     const uint16x8_t high = vreinterpretq_u16_u8(vzip2q_u8(zero, bytes));
     return {{vsubq_f32(vreinterpretq_f32_u16(vzip1q_u16(low, upper)), mean_with_offset),
@@ -119,14 +112,11 @@ void Fill(const EncodePlan<Element>& plan) {
 
 template <class Element>
 void FillBlocks(const EncodePlan<Element>& plan) {
-  bool is_offset_exact = true;
-  for (int c = 0; c < plan.channels; ++c) {
-    is_offset_exact = is_offset_exact && OffsetDifference::HoldsFor(plan.means[c]);
-  }
+  const bool takes_offset = AllMeansTakeOffset(plan);
   if (plan.channels == 1) {
-    is_offset_exact ? Fill<OffsetDifference, 1>(plan) : Fill<PlainDifference, 1>(plan);
+    takes_offset ? Fill<OffsetDifference, 1>(plan) : Fill<PlainDifference, 1>(plan);
   } else {
-    is_offset_exact ? Fill<OffsetDifference, 3>(plan) : Fill<PlainDifference, 3>(plan);
+    takes_offset ? Fill<OffsetDifference, 3>(plan) : Fill<PlainDifference, 3>(plan);
   }
 }
 

@@ -8,60 +8,55 @@
 namespace corvane {
 namespace {
 
-// rule(byte, c) is the element of a pixel's byte c.
-template <class Plan, class Rule>
-inline void FillOnePlane(const Plan& plan, Rule rule) {
-  const uint8_t* pixels = plan.pixels;
-  auto* __restrict plane = plan.planes[0];
-  const std::size_t pixel_count = plan.pixel_count;
-  for (std::size_t i = 0; i < pixel_count; ++i) plane[i] = rule(pixels[i], 0);
-}
-
-template <class Plan, class Rule>
-inline void FillThreePlanes(const Plan& plan, Rule rule) {
-  const uint8_t* pixels = plan.pixels;
-  auto* __restrict plane0 = plan.planes[0];
-  auto* __restrict plane1 = plan.planes[1];
-  auto* __restrict plane2 = plan.planes[2];
-  const std::size_t pixel_count = plan.pixel_count;
-  for (std::size_t i = 0; i < pixel_count; ++i) {
-    plane0[i] = rule(pixels[3 * i], 0);
-    plane1[i] = rule(pixels[3 * i + 1], 1);
-    plane2[i] = rule(pixels[3 * i + 2], 2);
+// rule(byte, c) is the element of a pixel's byte c. For rules that compilers vectorise.
+template <class Element, class Plan, class Rule>
+inline void FillByRule(const Plan& call, int channels, Rule rule) {
+  const Plan plan = call;  // a copy's fields cannot change by stores to the planes
+  Element* __restrict plane0 = plan.planes[0];
+  if (channels == 1) {
+    for (std::size_t i = 0; i < plan.pixel_count; ++i) plane0[i] = rule(plan.pixels[i], 0);
+    return;
+  }
+  Element* __restrict plane1 = plan.planes[1];
+  Element* __restrict plane2 = plan.planes[2];
+  for (std::size_t i = 0; i < plan.pixel_count; ++i) {
+    plane0[i] = rule(plan.pixels[3 * i], 0);
+    plane1[i] = rule(plan.pixels[3 * i + 1], 1);
+    plane2[i] = rule(plan.pixels[3 * i + 2], 2);
   }
 }
 
-template <class Element, class Rule>
-inline void Fill(const EncodePlan<Element>& plan, Rule rule) {
-  if (plan.channels == 1) {
-    FillOnePlane(plan, rule);
-  } else {
-    FillThreePlanes(plan, rule);
+// For longer rules: evaluated for all bytes once, where there are pixels enough to make up for it.
+template <class Element, class Plan, class Rule>
+inline void Fill(const Plan& plan, int channels, Rule rule) {
+  if (plan.pixel_count < 512) return FillByRule<Element>(plan, channels, rule);
+  Element table[3][256];
+  for (int c = 0; c < channels; ++c) {
+    for (int byte = 0; byte < 256; ++byte) table[c][byte] = rule(static_cast<uint8_t>(byte), c);
   }
+  FillByRule<Element>(plan, channels, [&](uint8_t byte, int c) { return table[c][byte]; });
 }
 
-void Float32(const EncodePlan<float>& call) {
-  const EncodePlan<float> plan = call;  // a copy cannot alias the planes
-  Fill(plan, [&](uint8_t byte, int c) { return Normalise(byte, plan.means[c], plan.scales[c]); });
+void Float32(const EncodePlan<float>& plan) {
+  FillByRule<float>(plan, plan.channels, [=](uint8_t byte, int c) {
+    return Normalise(byte, plan.means[c], plan.scales[c]);
+  });
 }
 
-void Float16(const EncodePlan<uint16_t>& call) {
-  const EncodePlan<uint16_t> plan = call;
-  Fill(plan, [&](uint8_t byte, int c) {
+void Float16(const EncodePlan<uint16_t>& plan) {
+  Fill<uint16_t>(plan, plan.channels, [=](uint8_t byte, int c) {
     return FloatToHalf(Normalise(byte, plan.means[c], plan.scales[c]));
   });
 }
 
-void Dfp16(const EncodePlan<int16_t>& call) {
-  const EncodePlan<int16_t> plan = call;
-  Fill(plan, [&](uint8_t byte, int c) {
+void Dfp16(const EncodePlan<int16_t>& plan) {
+  Fill<int16_t>(plan, plan.channels, [=](uint8_t byte, int c) {
     return QuantizeDfp16(static_cast<float>(byte) - plan.means[c], plan.scales[c]);
   });
 }
 
-void Dfp16Integers(const IntegerPlan& call) {
-  const IntegerPlan plan = call;
-  FillThreePlanes(plan, [&](uint8_t byte, int c) {
+void Dfp16Integers(const IntegerPlan& plan) {
+  Fill<int16_t>(plan, 3, [=](uint8_t byte, int c) {
     return QuantizeInteger(byte, plan.means[c], plan.fraction_bits);
   });
 }

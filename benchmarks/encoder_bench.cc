@@ -1,0 +1,164 @@
+// The encoders by every usable set of loops, beside OpenCV on one thread and beside the time that
+// writing the output alone takes: by memset, the widest stores there are, and by a plain loop of
+// stores. Names are operation/size/who.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "src/rknn/encode_kernels.h"
+
+#if defined(CORVANE_BENCH_OPENCV)
+#include <opencv2/core.hpp>
+#include <opencv2/dnn.hpp>
+#endif
+
+namespace {
+
+using benchmark::State;
+
+struct Size {
+  int width, height;
+};
+constexpr Size kSizes[] = {{112, 112}, {224, 224}, {320, 320}, {640, 640}, {1920, 1080}};
+const float kMeans[] = {127.5F, 127.5F, 127.5F};
+const float kScales[] = {1 / 128.0F, 1 / 128.0F, 1 / 128.0F};
+
+// An image and a buffer for its planes, as the library gets and makes them.
+template <class Element>
+struct Work {
+  Work(Size size, int channels)
+      : pixel_count(static_cast<std::size_t>(size.width) * size.height),
+        count(pixel_count * channels),
+        pixels(new uint8_t[count]),
+        planes(new Element[count]),
+        image{pixels.get(), pixel_count, channels, false} {
+    for (std::size_t i = 0; i < count; ++i) pixels[i] = static_cast<uint8_t>(i * 97);
+    std::memset(planes.get(), 0, count * sizeof(Element));
+  }
+  std::size_t pixel_count, count;
+  std::unique_ptr<uint8_t[]> pixels;
+  std::unique_ptr<Element[]> planes;
+  corvane::InputImage image;
+};
+
+template <class Element>
+using Operation = std::function<void(Work<Element>&)>;
+
+template <class Element>
+void Register(const std::string& name, Size size, int channels, Operation<Element> run) {
+  benchmark::RegisterBenchmark(name.c_str(), [=](State& state) {
+    Work<Element> work(size, channels);
+    for (auto unused : state) {
+      (void)unused;
+      run(work);
+      benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(
+        static_cast<int64_t>(state.iterations() * work.count * sizeof(Element)));
+  });
+}
+
+template <class Element>
+void RegisterAll(const char* operation, Size size, int channels,
+                 std::function<void(const corvane::EncodeKernels&, Work<Element>&)> encode,
+                 Operation<Element> opencv) {
+  const std::string name = std::string(operation) + '/' + std::to_string(size.width) + 'x' +
+                           std::to_string(size.height) + 'x' + std::to_string(channels) + '/';
+  for (const corvane::EncodeKernels* const* set = corvane::UsableKernels(); *set != nullptr;
+       ++set) {
+    Register<Element>(name + (*set)->name, size, channels,
+                      [=](Work<Element>& work) { encode(**set, work); });
+  }
+  Register<Element>(name + "memset_only", size, channels, [](Work<Element>& work) {
+    std::memset(work.planes.get(), 1, work.count * sizeof(Element));
+  });
+  Register<Element>(name + "fill_only", size, channels, [](Work<Element>& work) {
+    std::fill_n(work.planes.get(), work.count, Element{1});
+  });
+  if (opencv) Register<Element>(name + "opencv", size, channels, opencv);
+}
+
+#if defined(CORVANE_BENCH_OPENCV)
+template <class Element>
+cv::Mat Image(const Work<Element>& work) {
+  return {static_cast<int>(work.pixel_count), 1, CV_8UC(work.image.channels), work.pixels.get()};
+}
+
+const Operation<float> kBlobFromImage = [](Work<float>& work) {
+  static cv::Mat blob;
+  cv::dnn::blobFromImage(Image(work), blob, 1 / 128.0, {}, cv::Scalar::all(127.5));
+};
+
+// Channels apart, then (x - mean) * scale as one conversion for each plane.
+template <class Element, int kDepth>
+void SplitAndConvert(Work<Element>& work, double scale) {
+  static std::vector<cv::Mat> bytes;
+  cv::split(Image(work), bytes);
+  for (std::size_t c = 0; c < bytes.size(); ++c) {
+    cv::Mat plane(static_cast<int>(work.pixel_count), 1, kDepth,
+                  work.planes.get() + c * work.pixel_count);
+    bytes[c].convertTo(plane, kDepth, scale, -127.5 * scale);
+  }
+}
+const Operation<uint16_t> kBlobToHalf = [](Work<uint16_t>& work) {
+  static cv::Mat blob;
+  cv::dnn::blobFromImage(Image(work), blob, 1 / 128.0, {}, cv::Scalar::all(127.5));
+  cv::Mat halves(1, static_cast<int>(work.count), CV_16F, work.planes.get());
+  blob.reshape(1, 1).convertTo(halves, CV_16F);
+};
+const Operation<int16_t> kSplitToInt16 = [](Work<int16_t>& work) {
+  SplitAndConvert<int16_t, CV_16S>(work, 128.0);
+};
+#else
+const Operation<float> kBlobFromImage;
+const Operation<uint16_t> kBlobToHalf;
+const Operation<int16_t> kSplitToInt16;
+#endif
+
+void RegisterSize(Size size, int channels) {
+  using corvane::EncodeKernels;
+  RegisterAll<float>(
+      "float32", size, channels,
+      [](const EncodeKernels& kernels, Work<float>& work) {
+        EncodeFloat32(kernels, work.image, {kMeans, kScales}, work.planes.get());
+      },
+      kBlobFromImage);
+  RegisterAll<uint16_t>(
+      "float16", size, channels,
+      [](const EncodeKernels& kernels, Work<uint16_t>& work) {
+        EncodeFloat16(kernels, work.image, {kMeans, kScales}, work.planes.get());
+      },
+      kBlobToHalf);
+  RegisterAll<int16_t>(
+      "dfp16", size, channels,
+      [](const EncodeKernels& kernels, Work<int16_t>& work) {
+        EncodeDfp16(kernels, work.image, {kMeans, kScales}, 14, work.planes.get());
+      },
+      kSplitToInt16);
+  if (channels != 3) return;
+  RegisterAll<int16_t>(
+      "dfp16_integers", size, channels,
+      [](const EncodeKernels& kernels, Work<int16_t>& work) {
+        EncodeDfp16(kernels, work.image, {kMeans, nullptr}, 7, work.planes.get());
+      },
+      kSplitToInt16);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+#if defined(CORVANE_BENCH_OPENCV)
+  cv::setNumThreads(1);
+#endif
+  for (const Size size : kSizes) RegisterSize(size, 3);
+  RegisterSize({112, 112}, 1);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}

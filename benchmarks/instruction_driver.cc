@@ -1,0 +1,83 @@
+// Runs one case a given number of times, for benchmarks/count_instructions, which takes the
+// difference of two runs: instruction_driver CASE REPETITIONS. Without arguments it prints the
+// cases, one a line: pixels handled by one repetition, a tab, the name.
+//
+// A further kernel is one more line in Cases().
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "src/rknn/encode_kernels.h"
+
+namespace {
+
+struct Case {
+  std::string name;
+  std::size_t pixels;
+  std::function<void()> run;
+};
+
+constexpr std::size_t kPixels = 112 * 112;
+
+template <class Element>
+Element* Planes() {
+  static std::vector<Element> planes(3 * kPixels);
+  return planes.data();
+}
+
+void AddEncoderCases(std::vector<Case>* cases) {
+  static const std::vector<uint8_t> pixels(3 * kPixels, 77);
+  static const float means[] = {127.5F, 127.5F, 127.5F};
+  static const float odd_means[] = {123.675F, 116.28F, 103.53F};  // no multiples of 1/256
+  static const float scales[] = {1 / 127.5F, 1 / 127.5F, 1 / 127.5F};
+  for (const corvane::EncodeKernels* const* set = corvane::UsableKernels(); *set != nullptr;
+       ++set) {
+    const corvane::EncodeKernels& kernels = **set;
+    for (const int channels : {3, 1}) {
+      const corvane::InputImage image = {pixels.data(), kPixels, channels, false};
+      const auto add = [&](const char* what, std::function<void()> run) {
+        cases->push_back({std::string(kernels.name) + ' ' + what + ", " + std::to_string(channels) +
+                              (channels == 1 ? " channel" : " channels"),
+                          kPixels, std::move(run)});
+      };
+      for (const float* mean : {means, odd_means}) {
+        const std::string other = mean == odd_means ? " odd means" : "";
+        const corvane::Normalisation norm = {mean, scales};
+        add(("float32" + other).c_str(),
+            [=, &kernels] { EncodeFloat32(kernels, image, norm, Planes<float>()); });
+        add(("float16" + other).c_str(),
+            [=, &kernels] { EncodeFloat16(kernels, image, norm, Planes<uint16_t>()); });
+        add(("dfp16 float rule" + other).c_str(),
+            [=, &kernels] { EncodeDfp16(kernels, image, norm, 14, Planes<int16_t>()); });
+      }
+      if (channels == 3) {
+        add("dfp16 integer rule", [=, &kernels] {
+          EncodeDfp16(kernels, image, {means, nullptr}, 7, Planes<int16_t>());
+        });
+      }
+    }
+  }
+}
+
+std::vector<Case> Cases() {
+  std::vector<Case> cases;
+  AddEncoderCases(&cases);
+  return cases;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  for (const Case& one : Cases()) {
+    if (argc != 3) {
+      std::printf("%zu\t%s\n", one.pixels, one.name.c_str());
+    } else if (one.name == argv[1]) {
+      for (long i = std::strtol(argv[2], nullptr, 10); i > 0; --i) one.run();
+      return 0;
+    }
+  }
+  return argc == 3 ? 1 : 0;
+}
