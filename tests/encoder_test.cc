@@ -239,7 +239,7 @@ TEST(EncodingTest, ElementsThatAreKnown) {
   EncodeFloat32({pixel, 1, 3, false}, {means, halves}, planes);
   EXPECT_EQ(std::vector<float>(planes, planes + 3), (std::vector<float>{50, -50, 0}));
 
-  const float middle[] = {127.5F, 127.9F, 127.9F};
+  const float middle[] = {127.5F, 127.9F, 127.9F, 127.9F};
   const float ones[] = {1 / 127.5F};
   const uint8_t ends[] = {255, 0};
   uint16_t half[2] = {};
