@@ -11,6 +11,12 @@ function(corvane_flags target)
                                              -fno-sanitize-recover=all)
     target_link_options(${target} PRIVATE -fsanitize=${CORVANE_SANITIZE})
   endif()
+  if(CORVANE_HARDENING AND NOT CORVANE_SANITIZE)
+    # Fortifying needs the optimiser; undefined first, for compilers that predefine another level.
+    target_compile_options(${target} PRIVATE -fstack-protector-strong
+      $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+    target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+  endif()
   set_target_properties(${target} PROPERTIES
     CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
     CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON POSITION_INDEPENDENT_CODE ON)

@@ -1,7 +1,9 @@
+#include "corvane/version.h"
+
 #include "corvane/util.h"
 
 namespace corvane {
 
-std::string version() { return "0.6.6.dev"; }
+std::string version() { return CORVANE_VERSION_STRING; }
 
 }  // namespace corvane
