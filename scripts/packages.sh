@@ -25,7 +25,8 @@ ensure_packages() {
 }
 
 packages_build=(g++ cmake ninja-build)
-packages_test=(libgtest-dev libgmock-dev)
-packages_cross=(g++-aarch64-linux-gnu qemu-user googletest)
+packages_test=(libgtest-dev libgmock-dev pkg-config)
+packages_cross=(g++-aarch64-linux-gnu qemu-user googletest pkg-config)
+packages_board=(g++-aarch64-linux-gnu)
 packages_clang=(clang libclang-rt-14-dev)
 packages_lint=(clang-format clang-tidy clang)

@@ -7,6 +7,9 @@
 #include "corvane/backend.h"
 #include "corvane/util.h"
 #include "corvane/version.h"
+#ifdef CONSUMER_WITH_SIMULATOR
+#include "control.h"
+#endif
 
 static_assert(CORVANE_VERSION_MAJOR == 0 && CORVANE_VERSION_MINOR == 6, "asked for 0.6");
 
@@ -23,6 +26,9 @@ int main() {
   } catch (const std::runtime_error& error) {
     if (std::strcmp(error.what(), "failed to initialize RKNN backend.") != 0) return 1;
   }
+#ifdef CONSUMER_WITH_SIMULATOR
+  if (rknn_sim::MisuseCount() != 0) return 1;
+#endif
   std::puts("consumer works");
   return 0;
 }
