@@ -1,0 +1,385 @@
+#!/usr/bin/env python3
+"""The command-line tool and the quick start from outside: tool_test.py CORVANE FACE_SIMILARITY
+
+Runs it on models that are stated as text for the simulated runtime; those that echo their input show
+to the bit what the tool made of a picture.
+"""
+import ast
+import base64
+import json
+import os
+import pty
+import random
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+import zlib
+
+CORVANE = FACE_SIMILARITY = ""
+EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "examples")
+PREFIX = b"CORVANE-MODEL"
+ONNX = b"\x08\x06" + b"\x12\x04make" + b"\x3a\x03\x12\x01g" + b"\x72\x08\x0a\x03own\x12\x01x"
+FACE = [38.2946, 51.6963, 73.5318, 51.5014, 56.0252, 71.7366, 41.5493, 92.3655, 70.7299, 92.2041]
+# 4 x 2 pixels of R, G, B = 200, 120, 40.
+JPEG = base64.b64decode(
+    "/9j/4AAQSkZJRgABAQAAAQABAAD/2wBDAAIBAQEBAQIBAQECAgICAgQDAgICAgUEBAMEBgUGBgYFBgYGBwkIBgcJBwYGCAsICQoK"
+    "CgoKBggLDAsKDAkKCgr/2wBDAQICAgICAgUDAwUKBwYHCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoK"
+    "CgoKCgoKCgr/wAARCAACAAQDASIAAhEBAxEB/8QAFQABAQAAAAAAAAAAAAAAAAAAAAX/xAAUEAEAAAAAAAAAAAAAAAAAAAAA/8QA"
+    "FAEBAAAAAAAAAAAAAAAAAAAACP/EABQRAQAAAAAAAAAAAAAAAAAAAAD/2gAMAwEAAhEDEQA/ALgAVl4//9k=")
+
+
+def chunk(kind, data):
+    return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+
+def png(width, height, rgb, claimed=None):
+    rows = b"".join(b"\0" + bytes(rgb[3 * width * y:3 * width * (y + 1)]) for y in range(height))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", *(claimed or (width, height)), 8, 2, 0, 0, 0))
+            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+
+
+def npy(path):
+    with open(path, "rb") as file:
+        data = file.read()
+    assert data[:8] == b"\x93NUMPY\x01\x00"
+    length = struct.unpack("<H", data[8:10])[0]
+    assert (10 + length) % 64 == 0 and data[9 + length:10 + length] == b"\n"
+    header = ast.literal_eval(data[10:10 + length].decode())
+    assert header["descr"] == "<f4" and header["fortran_order"] is False
+    return header["shape"], list(struct.unpack("<%df" % (len(data[10 + length:]) // 4), data[10 + length:]))
+
+
+def fields(data):
+    """The top-level fields of a protobuf message, lengths below 128."""
+    at = 0
+    while at < len(data):
+        tag, value = data[at], data[at + 1]
+        end = at + 2 + (value if tag & 7 == 2 else 0)
+        yield tag >> 3, data[at + 2:end]
+        at = end
+
+
+class ToolTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+        self.random = random.Random(1)
+
+    def path(self, name):
+        return os.path.join(self.folder.name, name)
+
+    def write(self, name, content):
+        with open(os.path.join(os.fsencode(self.folder.name), os.fsencode(name)), "wb") as file:
+            file.write(content.encode() if isinstance(content, str) else content)
+        return self.path(os.fsdecode(name))
+
+    def model(self, tensors, name="model.bin"):
+        return self.write(name, PREFIX + b"CORVANE-SIM\n" + tensors.encode())
+
+    def echo(self, shape="1x3x2x4", kind="float32", extra=""):
+        return self.model("input image %s %s %s\noutput echo float32 %s echo=0\n" % (kind, shape, extra, shape))
+
+    def picture(self, width=4, height=2, name="picture.png"):
+        rgb = [self.random.randrange(256) for _ in range(3 * width * height)]
+        self.write(name, png(width, height, rgb))
+        return rgb
+
+    def corvane(self, *arguments, status=0, says=()):
+        done = subprocess.run([CORVANE, *arguments], cwd=self.folder.name, stdin=subprocess.DEVNULL,
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=120, check=False)
+        out, err = done.stdout.decode(errors="replace"), done.stderr.decode(errors="replace")
+        self.assertEqual(done.returncode, status, (arguments, out, err))
+        for text in [says] if isinstance(says, str) else says:
+            self.assertIn(text, err if status else out, arguments)
+        return out, err
+
+    def values(self, *arguments):
+        self.corvane("run", *arguments, "--json", "result.json")
+        with open(self.path("result.json"), encoding="utf-8") as file:
+            return json.load(file)["images"][0]["outputs"][0]["values"]
+
+    # ------------------------------------------------------------------------------------------ pack
+
+    def test_pack_puts_the_properties_behind_the_model_and_replaces_earlier_ones(self):
+        self.write("model.onnx", ONNX)
+        self.corvane("pack", "model.onnx", "-o", "plain.bin")
+        with open(self.path("plain.bin"), "rb") as file:
+            self.assertEqual(file.read(), PREFIX + ONNX)
+        self.corvane("pack", "model.onnx", "-o", "first.bin", "--type", "int16", "--fl", "-3", "--mean", "1,2.5,-3")
+        with open(self.path("first.bin"), "rb") as file:
+            first = file.read()[len(PREFIX):]
+        self.assertTrue(first.startswith(ONNX))
+        entries = [dict(fields(content)) for number, content in fields(first) if number == 14]
+        self.assertEqual(entries, [{1: b"own", 2: b"x"}, {1: b"corvane.input.fl", 2: b"-3"},
+                                   {1: b"corvane.input.mean", 2: b"1,2.5,-3"},
+                                   {1: b"corvane.input.type", 2: b"int16"}])
+        self.write("again.onnx", first)
+        self.corvane("pack", "again.onnx", "-o", "second.bin", "--type", "float16")
+        with open(self.path("second.bin"), "rb") as file:
+            again = [dict(fields(content)) for number, content in fields(file.read()[len(PREFIX):]) if number == 14]
+        self.assertEqual(again, entries[:3] + [{1: b"corvane.input.type", 2: b"float16"}])
+
+    def test_pack_refuses(self):
+        self.write("model.onnx", ONNX)
+        self.write("text.onnx", "no model at all")
+        self.write("cut.onnx", ONNX[:-1])
+        self.write("empty.onnx", "")
+        self.write("graphless.onnx", b"\x08\x06")
+        for arguments, says in [
+            (["missing.onnx"], "missing.onnx: "),
+            (["."], ".: "),
+            (["text.onnx"], "text.onnx: no ONNX model"),
+            (["cut.onnx"], "cut.onnx: no ONNX model"),
+            (["empty.onnx"], "empty.onnx: no ONNX model"),
+            (["graphless.onnx"], "graphless.onnx: no ONNX model"),
+            (["empty.onnx", "--raw"], "empty.onnx"),
+            (["text.onnx", "--raw", "--type", "int8"], "--raw"),
+            (["model.onnx", "--type", "float64"], "--type: 'float64'"),
+            (["model.onnx", "--type", "int16"], "--fl"),
+            (["model.onnx", "--fl", "7"], "--fl"),
+            (["model.onnx", "--type", "float16", "--fl", "7"], "--fl"),
+            (["model.onnx", "--type", "int16", "--fl", "128"], "--fl: '128'"),
+            (["model.onnx", "--type", "int16", "--fl", "7x"], "--fl: '7x'"),
+            (["model.onnx", "--mean", "1,,2"], "--mean: ''"),
+            (["model.onnx", "--mean", "1,2,"], "--mean: ''"),
+            (["model.onnx", "--scale", "nan"], "--scale: 'nan'"),
+            (["model.onnx", "-o", "no/folder/x.bin"], "no/folder/x.bin: "),
+        ]:
+            output = [] if "-o" in arguments else ["-o", "out.bin"]
+            self.corvane("pack", *arguments, *output, status=1, says=says)
+            self.assertFalse(os.path.exists(self.path("out.bin")), arguments)
+        self.corvane("pack", "text.onnx", "--raw", "-o", "raw.bin")
+        with open(self.path("raw.bin"), "rb") as file:
+            self.assertEqual(file.read(), PREFIX + b"no model at all")
+
+    # ------------------------------------------------------------------------------------------ info
+
+    def test_info(self):
+        self.model("input image int16 1x3x2x4 fl=7\noutput a float32 1x5\noutput b float32 1x2x1x3 nhwc\n")
+        self.corvane("info", "model.bin", says=[
+            '"CORVANE-MODEL"', "inputs        1", "outputs       2", '"image"', "1 x 3 x 2 x 4", "4, 2, 3, 1",
+            "24 in 48 bytes", "int16, NCHW, quantisation: fixed point, fl 7", '"b"', "NHWC"])
+        self.write("short.bin", "12 bytes...")
+        self.write("junk.bin", PREFIX + b"junk")
+        self.corvane("info", "short.bin", status=1, says="short.bin: ")
+        self.corvane("info", "junk.bin", status=1, says="junk.bin: rknn_init: RKNN_ERR_MODEL_INVALID (-6)")
+
+    # ------------------------------------------------------------------------------------------- run
+
+    def test_run_hands_over_what_the_settings_say(self):
+        rgb = self.picture()
+        red, green, blue = rgb[0::3], rgb[1::3], rgb[2::3]
+        gray = [(19595 * r + 38470 * g + 7471 * b + 32768) >> 16 for r, g, b in zip(red, green, blue)]
+
+        def scaled(plane, mean, scale):
+            return [(x - mean) * scale for x in plane]
+
+        colour = ["--means=64,0.5,16", "--scales=0.5,0.25,2"]
+        for kind, pixel_type, constants, expected in [
+            ("float32", "RGB", [], red + green + blue),
+            ("float32", "BGR", [], blue + green + red),
+            # Means and scales follow the bytes that are handed over, here B, G, R.
+            ("float32", "BGR2RGB", colour,
+             scaled(red, 16, 2) + scaled(green, 0.5, 0.25) + scaled(blue, 64, 0.5)),
+            ("float32", "RGB2BGR", colour,
+             scaled(blue, 16, 2) + scaled(green, 0.5, 0.25) + scaled(red, 64, 0.5)),
+            ("float16", "RGB", colour,
+             scaled(red, 64, 0.5) + scaled(green, 0.5, 0.25) + scaled(blue, 16, 2)),
+            ("int16", "RGB", colour,
+             scaled(red, 64, 0.5) + scaled(green, 0.5, 0.25) + scaled(blue, 16, 2)),
+            ("uint8", "BGR", [], blue + green + red),
+            ("float32", "GRAY", ["--means=100"], scaled(gray, 100, 1)),
+        ]:
+            with self.subTest(kind=kind, pixel_type=pixel_type):
+                self.echo("1x1x2x4" if pixel_type == "GRAY" else "1x3x2x4",
+                          kind if kind in ("float16", "int16") else "float32", "fl=5" if kind == "int16" else "")
+                got = self.values("picture.png", "--model", "model.bin", "--kind", kind, "--pixel-type", pixel_type,
+                                  *constants)
+                self.assertEqual(got, expected)
+
+    def test_run_from_settings_with_a_folder_of_results(self):
+        os.mkdir(self.path("sub"))
+        os.mkdir(self.path("settings"))
+        self.echo("1x3x112x112")
+        self.write("settings/run.ini", "[model]\nfile = ../model.bin # here\n[input]\nkind=float32\npixel_type=RGB\n"
+                   "means = 1,1,1\n[landmarks]\npicture.png = %s\n[output]\nfolder = ../results/new\n" %
+                   ", ".join(str(x + (10, 5)[i % 2]) for i, x in enumerate(FACE)))
+        rgb = self.picture(130, 120, "sub/picture.png")
+        self.corvane("run", "-c", "settings/run.ini", "sub/picture.png", says=["130 x 120", "1 x 3 x 112 x 112"])
+        with open(self.path("results/new/results.json"), encoding="utf-8") as file:
+            result = json.load(file)["images"][0]
+        # The face stands 10 right of and 5 below its place: the aligned picture begins there.
+        expected = [rgb[3 * ((y + 5) * 130 + x + 10) + c] - 1
+                    for c in range(3) for y in range(112) for x in range(112)]
+        self.assertEqual(result["outputs"][0]["values"], expected)
+        self.assertEqual(npy(self.path("results/new/picture.0.npy")), ((1, 3, 112, 112), expected))
+        self.assertLess(result["fit_error"], 1e-3)
+        self.assertGreater(result["run_ms"], 0)
+        self.assertGreaterEqual(result["prepare_ms"], 0)
+        # `align` writes the same face, which needs no landmarks any more; options override settings.
+        self.corvane("align", "sub/picture.png", "-o", "face.png",
+                     "--landmarks", ",".join(str(x + (10, 5)[i % 2]) for i, x in enumerate(FACE)))
+        self.assertEqual(self.values("face.png", "-c", "settings/run.ini", "--means=1,1,0"),
+                         expected[:2 * 112 * 112] + [x + 1 for x in expected[2 * 112 * 112:]])
+        self.assertEqual(self.values("results/new/picture.face.png", "-c", "settings/run.ini"), expected)
+
+    def test_pictures_of_every_form(self):
+        self.echo()
+        common = ["--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB"]
+        self.write("picture.jpg", JPEG)
+        for value, expected in zip(self.values("picture.jpg", *common), [200] * 8 + [120] * 8 + [40] * 8):
+            self.assertAlmostEqual(value, expected, delta=2)
+        header = b"\x89PNG\r\n\x1a\n"
+        for name, depth, colour, rows, pixel in [
+            ("gray", 8, 0, b"\0\x10\x20\x30\x40" * 2, [0x10, 0x10, 0x10]),
+            ("gray16", 16, 0, b"\0\x10\x00\x20\x00\x30\x00\x40\x00" * 2, [0x10, 0x10, 0x10]),
+            ("clear", 8, 6, b"\0" + b"\xff\xff\xff\x00" * 4 + b"\0" + b"\1\2\3\xff" * 4, [0, 0, 0]),
+        ]:
+            self.write("form.png", header + chunk(b"IHDR", struct.pack(">IIBBBBB", 4, 2, depth, colour, 0, 0, 0))
+                       + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+            self.assertEqual(self.values("form.png", *common)[::8], pixel, name)
+        # Every 2 x 2 block of one colour: halving gives these colours.
+        blocks = [[self.random.randrange(256) for _ in range(3)] for _ in range(8)]
+        self.write("double.png", png(8, 4, [v for y in range(4) for x in range(8) for v in blocks[y // 2 * 4 + x // 2]]))
+        self.assertEqual(self.values("double.png", *common, "--resize", "true"),
+                         [block[c] for c in range(3) for block in blocks])
+
+    def test_run_refuses(self):
+        self.echo()
+        self.picture()
+        good = {"model": ["file = model.bin"], "input": ["kind = float32", "pixel_type = RGB"]}
+
+        def ini(**changes):
+            sections = {**good, **changes}
+            return "".join("[%s]\n%s\n" % (name, "\n".join(lines)) for name, lines in sections.items())
+
+        def inputs(*lines):
+            return ini(input=list(lines))
+
+        for text, says in [
+            (ini(model=[]), "[model] file"),
+            (ini(model=["file ="]), "[model] file"),
+            (inputs("pixel_type = RGB"), "[input] kind"),
+            (inputs("kind = float32"), "[input] pixel_type"),
+            (ini(modle=["file = x"]), "run.ini: [modle]: unknown section"),
+            (ini(model=["file = model.bin", "flie = x"]), "run.ini: [model] flie: unknown setting"),
+            ("file = model.bin\n" + ini(), "run.ini: [] file: unknown setting"),
+            (inputs("kind = float32", "kind = float32", "pixel_type = RGB"), "run.ini: [input] kind: given twice"),
+            (inputs("kind = float32", "oops"), "run.ini: a line without '=', after [input] kind"),
+            (ini() + "[model]\n", "second time"),
+            (inputs("kind = float", "pixel_type = RGB"), "run.ini: [input] kind: 'float' is none of"),
+            (inputs("kind = int8", "pixel_type = RGB"), "[input] kind: 'int8' is none of"),
+            (inputs("kind = float32", "pixel_type = RGBA"), "[input] pixel_type: 'RGBA' is none of"),
+            (inputs("kind = float32", "pixel_type = RGB", "means = 1,2,3x"), "[input] means: '3x' is not a number"),
+            (inputs("kind = float32", "pixel_type = RGB", "scales = 1,inf,2"), "[input] scales: 'inf'"),
+            (inputs("kind = float32", "pixel_type = RGB", "means = 1,2"), "[input] means: 2 values"),
+            (inputs("kind = uint8", "pixel_type = RGB", "means = 1,2,3"), "[input] means: not applied"),
+            (inputs("kind = uint8", "pixel_type = BGR2RGB"), "[input] pixel_type"),
+            (inputs("kind = float32", "pixel_type = RGB", "resize = maybe"), "[input] resize: 'maybe'"),
+            (ini(landmarks=["picture.png = 1,2,3"]), "[landmarks] picture.png: 3 numbers"),
+            (ini(landmarks=["picture.png = 1,2,1,2,1,2,1,2,1,2"]), "picture.png: no face can be aligned"),
+            (ini(landmarks=["picture.png = " + ",".join(map(str, FACE))]), "112 x 112"),
+            (ini(model=["file = missing.bin"]), "missing.bin: not loaded"),
+            (ini(model=["file = run.ini"]), "run.ini: not loaded: rknn_init: RKNN_ERR_MODEL_INVALID (-6)"),
+            (inputs("kind = float32", "pixel_type = GRAY"), "GRAY"),
+            # The runtime's own refusal of a run, which the library tells only in a line.
+            (inputs("kind = float16", "pixel_type = RGB"), "picture.png: rknn_inputs_set: RKNN_ERR_"),
+        ]:
+            self.write("run.ini", text)
+            self.corvane("run", "-c", "run.ini", "picture.png", status=1, says=says)
+        self.corvane("run", "-c", "missing.ini", "picture.png", status=1, says="missing.ini: cannot be opened")
+        self.model("input a float32 1x3x2x4\ninput b float32 1x3x2x4\noutput c float32 1\n", "two.bin")
+        self.write("run.ini", ini())
+        self.corvane("run", "-c", "run.ini", "--model", "two.bin", "picture.png", status=1, says="two.bin: 2 inputs")
+        self.corvane("run", "-c", "run.ini", "picture.png", "--json", "no/x.json", status=1, says="no/x.json")
+        self.corvane("run", "-c", "run.ini", "picture.png", "--npy", "run.ini", status=1, says="run.ini")
+        self.corvane("run", "-c", "run.ini", "picture.png", "picture.png", "--npy", "x", status=1, says="same name")
+        self.corvane("run", "-c", "run.ini", "picture.png", "picture.png", "--landmarks", "1", status=1, says="--landmarks")
+
+    def test_bad_and_hostile_pictures(self):
+        self.echo()
+        whole = png(4, 2, [7] * 24)
+        for name, content, says in [
+            ("empty.png", b"", "neither"),
+            ("text.png", b"hello", "neither"),
+            ("cut.png", whole[:-30], "bad PNG"),
+            ("head.png", whole[:8], "bad PNG"),
+            ("crc.png", whole[:45] + bytes([whole[45] ^ 1]) + whole[46:], "bad PNG"),
+            ("few.png", png(4, 1, [7] * 12, claimed=(4, 2)), "bad PNG"),
+            ("wide.png", png(1, 1, [0] * 3, claimed=(900000, 900000)), "more than"),
+            ("large.png", png(1, 1, [0] * 3, claimed=(8193, 8192)), "more than"),
+            ("zero.png", png(1, 1, [0] * 3, claimed=(0, 1)), "bad PNG"),
+            ("cut.jpg", JPEG[:-8], "bad JPEG"),
+            ("head.jpg", JPEG[:60], "bad JPEG"),
+            ("huge.jpg", JPEG.replace(b"\x08\x00\x02\x00\x04\x03", b"\x08\xff\xdc\xff\xdc\x03"), "more than"),
+            ("size.png", png(2, 4, [7] * 24), "the model takes 4 x 2"),
+        ]:
+            self.write(name, content)
+            self.corvane("run", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB", name, status=1,
+                         says=[name + ": ", says])
+        self.corvane("align", "cut.png", "--landmarks", ",".join(map(str, FACE)), "-o", "x.png", status=1, says="cut.png")
+        self.assertFalse(os.path.exists(self.path("x.png")))
+
+    def test_one_bad_picture_of_several_costs_only_itself(self):
+        self.echo()
+        odd = b'a"b\\\xc3\xbc\xff\x01.png'
+        self.write(odd, png(4, 2, [7] * 24))
+        self.picture()
+        command = [CORVANE, "run", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB", "picture.png",
+                   "missing.png", odd, "--json", "all.json"]
+        done = subprocess.run(command, cwd=self.folder.name, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"1 of 3 images failed", done.stderr)
+        self.assertNotIn(b"\r", done.stderr)  # no progress bar where nobody looks
+        with open(self.path("all.json"), encoding="utf-8") as file:
+            images = json.load(file)["images"]
+        self.assertEqual([("error" in image, image["file"]) for image in images],
+                         [(False, "picture.png"), (True, "missing.png"), (False, 'a"b\\\u00fc\ufffd\u0001.png')])
+        reader, terminal = pty.openpty()
+        subprocess.run(command, cwd=self.folder.name, stdout=subprocess.DEVNULL, stderr=terminal, check=False)
+        os.close(terminal)
+        self.assertIn(b"] 2 of 3", os.read(reader, 10000))
+        os.close(reader)
+
+    def test_command_line(self):
+        self.corvane(status=2)
+        self.corvane("fly", status=2)
+        self.corvane("run", status=2)
+        self.corvane("align", "x.png", "-o", "y.png", status=2, says="--landmarks")
+        self.assertEqual(self.corvane("--version")[0], "0.6.6.dev\n")
+        self.corvane("run", "--help", says="[landmarks]")
+        with open("/dev/full", "wb") as full:
+            self.assertEqual(subprocess.call([CORVANE, "--version"], stdout=full, stderr=subprocess.DEVNULL), 1)
+
+    def test_swapped_landmarks_are_pointed_out(self):
+        self.picture(120, 120)
+        swapped = FACE[2:4] + FACE[0:2] + FACE[4:6] + FACE[8:10] + FACE[6:8]
+        for points, warned in [(FACE, False), (swapped, True)]:
+            _, err = self.corvane("align", "picture.png", "--landmarks", ",".join(map(str, points)), "-o", "face.png")
+            self.assertEqual("swapped" in err, warned)
+
+    def test_quick_start(self):
+        photo = os.path.join(EXAMPLES, "portrait.png")
+        self.corvane("pack", os.path.join(EXAMPLES, "descriptor.onnx"), "-o", "descriptor.bin")
+        with open(os.path.join(EXAMPLES, "portrait.ini"), encoding="utf-8") as file:
+            self.write("run.ini", file.read().replace("../build/quickstart/", ""))
+        info = subprocess.run([CORVANE, "info", "descriptor.bin"], cwd=self.folder.name, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.PIPE, check=False)
+        if b"RKNN_ERR_MODEL_INVALID" in info.stderr:
+            self.skipTest("this simulated runtime does not execute ONNX models")
+        self.corvane("run", "-c", "run.ini", photo, says=["descriptor  1 x 512", "aligned to 112 x 112"])
+        done = subprocess.run([FACE_SIMILARITY, "run.ini", photo, "picture.png"], cwd=self.folder.name,
+                              stdout=subprocess.PIPE, check=True)
+        askew, aligned, other = [float(line.split()[0]) for line in done.stdout.decode().splitlines()[-3:]]
+        self.assertGreater(aligned, 0.95)
+        self.assertLess(askew, 0.7)
+        self.assertLess(other, 0.4)
+        with open(self.path("picture.png"), "rb") as file:
+            self.assertEqual(struct.unpack(">II", file.read()[16:24]), (920, 548))
+
+
+if __name__ == "__main__":
+    CORVANE, FACE_SIMILARITY = [os.path.abspath(sys.argv.pop(1)) for _ in range(2)]
+    unittest.main()

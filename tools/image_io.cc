@@ -1,0 +1,164 @@
+#include "tools/image_io.h"
+
+#include <jerror.h>
+#include <jpeglib.h>
+#include <png.h>
+
+#include <csetjmp>
+#include <cstddef>
+#include <cstdio>  // jpeglib.h needs it to be there first
+#include <cstring>
+
+#include "tools/failure.h"
+#include "tools/files.h"
+
+namespace corvane_tool {
+
+namespace {
+
+// The size is checked before anything is allocated for the pixels.
+void TakeSize(const std::string& path, int64_t width, int64_t height, Image* image) {
+  if (width * height > kMaxPixels) {
+    throw Failure(path + ": " + std::to_string(width) + " x " + std::to_string(height) +
+                  " pixels are more than the " + std::to_string(kMaxPixels) + " that are allowed");
+  }
+  image->width = static_cast<int>(width);
+  image->height = static_cast<int>(height);
+  image->pixels.resize(static_cast<std::size_t>(3 * width * height));
+}
+
+// ------------------------------------------------------------------------------------------- PNG
+
+struct PngHandle {
+  png_image image = {};
+  PngHandle() { image.version = PNG_IMAGE_VERSION; }
+  PngHandle(const PngHandle&) = delete;
+  PngHandle& operator=(const PngHandle&) = delete;
+  ~PngHandle() { png_image_free(&image); }
+};
+
+Image DecodePng(const std::string& path, const std::vector<uint8_t>& bytes) {
+  PngHandle png;
+  if (png_image_begin_read_from_memory(&png.image, bytes.data(), bytes.size()) == 0) {
+    throw Failure(path + ": bad PNG: " + png.image.message);
+  }
+  Image image;
+  TakeSize(path, png.image.width, png.image.height, &image);
+  png.image.format = PNG_FORMAT_RGB;
+  png.image.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;
+  const png_color black = {0, 0, 0};
+  if (png_image_finish_read(&png.image, &black, image.pixels.data(), 0, nullptr) == 0) {
+    throw Failure(path + ": bad PNG: " + png.image.message);
+  }
+  return image;
+}
+
+// ------------------------------------------------------------------------------------------ JPEG
+
+struct JpegErrors {
+  jpeg_error_mgr base;  // first: the library hands back a pointer to it
+  std::jmp_buf leave;
+  char message[JMSG_LENGTH_MAX];
+};
+
+[[noreturn]] void OnJpegError(j_common_ptr info) {
+  auto* errors = reinterpret_cast<JpegErrors*>(info->err);
+  (*info->err->format_message)(info, errors->message);
+  std::longjmp(errors->leave, 1);  // NOLINT(cert-err52-cpp): the C library's only way out
+}
+
+// The library would fill in for damaged data and go on; a damaged picture is no input.
+void OnJpegMessage(j_common_ptr info, int level) {
+  if (level >= 0) return;
+  switch (info->err->msg_code) {
+    case JWRN_BOGUS_PROGRESSION:
+    case JWRN_HIT_MARKER:
+    case JWRN_HUFF_BAD_CODE:
+    case JWRN_JPEG_EOF:
+    case JWRN_MUST_RESYNC:
+    case JWRN_NOT_SEQUENTIAL:
+      OnJpegError(info);
+    default:
+      break;  // a curious header, but a whole picture
+  }
+}
+
+struct JpegDecoder {
+  jpeg_decompress_struct info = {};
+  JpegErrors errors = {};
+  JpegDecoder() {
+    info.err = jpeg_std_error(&errors.base);
+    errors.base.error_exit = OnJpegError;
+    errors.base.emit_message = OnJpegMessage;
+  }
+  JpegDecoder(const JpegDecoder&) = delete;
+  JpegDecoder& operator=(const JpegDecoder&) = delete;
+  ~JpegDecoder() { jpeg_destroy_decompress(&info); }
+};
+
+// Up to the picture's size. No object with a destructor lives between a setjmp and the library
+// calls behind it, here and below.
+bool StartJpeg(const std::vector<uint8_t>& bytes, JpegDecoder* decoder) {
+  // NOLINTNEXTLINE(cert-err52-cpp)
+  if (setjmp(decoder->errors.leave) != 0) return false;
+  jpeg_create_decompress(&decoder->info);
+  jpeg_mem_src(&decoder->info, bytes.data(), static_cast<unsigned long>(bytes.size()));
+  jpeg_read_header(&decoder->info, TRUE);
+  decoder->info.out_color_space = JCS_RGB;
+  jpeg_calc_output_dimensions(&decoder->info);
+  return true;
+}
+
+bool FinishJpeg(JpegDecoder* decoder, Image* image) {
+  // NOLINTNEXTLINE(cert-err52-cpp)
+  if (setjmp(decoder->errors.leave) != 0) return false;
+  jpeg_start_decompress(&decoder->info);
+  const std::size_t row_bytes = std::size_t{3} * decoder->info.output_width;
+  while (decoder->info.output_scanline < decoder->info.output_height) {
+    JSAMPROW row = &image->pixels[decoder->info.output_scanline * row_bytes];
+    jpeg_read_scanlines(&decoder->info, &row, 1);
+  }
+  jpeg_finish_decompress(&decoder->info);
+  return true;
+}
+
+Image DecodeJpeg(const std::string& path, const std::vector<uint8_t>& bytes) {
+  JpegDecoder decoder;
+  Image image;
+  bool done = StartJpeg(bytes, &decoder);
+  if (done) {
+    TakeSize(path, decoder.info.output_width, decoder.info.output_height, &image);
+    done = FinishJpeg(&decoder, &image);
+  }
+  if (!done) throw Failure(path + ": bad JPEG: " + decoder.errors.message);
+  return image;
+}
+
+bool BeginsWith(const std::vector<uint8_t>& bytes, const char* magic, std::size_t count) {
+  return bytes.size() >= count && std::memcmp(bytes.data(), magic, count) == 0;
+}
+
+}  // namespace
+
+Image ReadImage(const std::string& path) {
+  const std::vector<uint8_t> bytes = ReadFile(path);
+  if (BeginsWith(bytes, "\x89PNG\r\n\x1a\n", 8)) return DecodePng(path, bytes);
+  if (BeginsWith(bytes, "\xff\xd8\xff", 3)) return DecodeJpeg(path, bytes);
+  throw Failure(path + ": neither a PNG nor a JPEG file");
+}
+
+void WritePng(const std::string& path, const Image& image) {
+  PngHandle png;
+  png.image.width = static_cast<png_uint_32>(image.width);
+  png.image.height = static_cast<png_uint_32>(image.height);
+  png.image.format = PNG_FORMAT_RGB;
+  std::vector<uint8_t> bytes(PNG_IMAGE_PNG_SIZE_MAX(png.image));
+  png_alloc_size_t count = bytes.size();
+  if (png_image_write_to_memory(&png.image, bytes.data(), &count, 0, image.pixels.data(), 0,
+                                nullptr) == 0) {
+    throw Failure(path + ": cannot be written as PNG: " + png.image.message);
+  }
+  WriteFile(path, bytes.data(), count);
+}
+
+}  // namespace corvane_tool

@@ -1,0 +1,34 @@
+#include "tools/model_file.h"
+
+#include "tools/failure.h"
+#include "tools/files.h"
+
+namespace corvane_tool {
+
+namespace {
+constexpr char kPrefix[kModelPrefixBytes + 1] = "CORVANE-MODEL";
+}
+
+ModelFile ReadModelFile(const std::string& path) {
+  ModelFile file;
+  file.model = ReadFile(path);
+  if (file.model.size() < kModelPrefixBytes) {
+    throw Failure(path + ": " + std::to_string(file.model.size()) +
+                  " bytes; a model file has a prefix of " + std::to_string(kModelPrefixBytes));
+  }
+  const auto model_begin = file.model.begin() + kModelPrefixBytes;
+  file.prefix.assign(file.model.begin(), model_begin);
+  for (char& c : file.prefix) {
+    if (c < ' ' || c > '~') c = '.';
+  }
+  file.model.erase(file.model.begin(), model_begin);
+  return file;
+}
+
+void WriteModelFile(const std::string& path, const std::vector<uint8_t>& model) {
+  std::vector<uint8_t> bytes(kPrefix, kPrefix + kModelPrefixBytes);
+  bytes.insert(bytes.end(), model.begin(), model.end());
+  WriteFile(path, bytes.data(), bytes.size());
+}
+
+}  // namespace corvane_tool

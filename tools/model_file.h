@@ -1,0 +1,24 @@
+// Model files as the library reads them: 13 bytes that nobody looks at, then the model.
+#ifndef CORVANE_TOOLS_MODEL_FILE_H_
+#define CORVANE_TOOLS_MODEL_FILE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace corvane_tool {
+
+constexpr std::size_t kModelPrefixBytes = 13;
+
+struct ModelFile {
+  std::string prefix;  // with what cannot be printed as '.'
+  std::vector<uint8_t> model;
+};
+
+ModelFile ReadModelFile(const std::string& path);
+void WriteModelFile(const std::string& path, const std::vector<uint8_t>& model);
+
+}  // namespace corvane_tool
+
+#endif  // CORVANE_TOOLS_MODEL_FILE_H_
