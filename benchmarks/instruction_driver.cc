@@ -7,9 +7,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "benchmarks/warp_cases.h"
 #include "src/rknn/encode_kernels.h"
 
 namespace {
@@ -62,9 +64,20 @@ void AddEncoderCases(std::vector<Case>* cases) {
   }
 }
 
+void AddWarpCases(std::vector<Case>* cases) {
+  for (const corvane_bench::WarpCase& one : corvane_bench::kWarpCases) {
+    static const std::vector<uint8_t> source = corvane_bench::WarpSource();
+    const auto pixels = static_cast<std::size_t>(one.width) * static_cast<std::size_t>(one.height);
+    const auto target = std::make_shared<std::vector<uint8_t>>(3 * pixels);
+    cases->push_back({std::string("warp ") + one.name, pixels,
+                      [=, &one] { corvane_bench::RunWarp(one, source.data(), target->data()); }});
+  }
+}
+
 std::vector<Case> Cases() {
   std::vector<Case> cases;
   AddEncoderCases(&cases);
+  AddWarpCases(&cases);
   return cases;
 }
 
