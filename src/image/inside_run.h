@@ -11,6 +11,8 @@ namespace corvane {
 // (row_x + column_x[i], row_y + column_y[i]).
 struct InsideRun {
   const uint8_t* source;
+  const uint8_t*
+      source_below;       // one row on; a pointer of its own keeps an addition out of the loop
   int32_t source_stride;  // bytes of a source row, at most 32767
   const int32_t* column_x;
   const int32_t* column_y;
@@ -22,6 +24,16 @@ struct InsideRun {
 
 // The vector loops take pixels in blocks of this many; a last block overlaps the one before.
 constexpr int kInsideRunBlock = 8;
+
+namespace {
+inline InsideRun Behind(InsideRun run, int pixels) {
+  run.column_x += pixels;
+  run.column_y += pixels;
+  run.target += 3 * pixels;
+  run.count -= pixels;
+  return run;
+}
+}  // namespace
 
 // They load 8 bytes for the 6 of two neighbours. The caller keeps pixels out of the run where that
 // would reach behind the source: those of its last two columns in its last two rows.

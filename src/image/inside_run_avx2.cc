@@ -68,9 +68,9 @@ inline __m256i Fractions(__m256i positions) {
   return _mm256_slli_epi32(_mm256_and_si256(positions, _mm256_set1_epi32(1023)), 5);
 }
 
-inline void WarpBlock(const InsideRun& run, int x) {
-  const __m256i position_x = Positions(run.column_x + x, run.row_x);
-  const __m256i position_y = Positions(run.column_y + x, run.row_y);
+inline void WarpBlock(const InsideRun& run) {
+  const __m256i position_x = Positions(run.column_x, run.row_x);
+  const __m256i position_y = Positions(run.column_y, run.row_y);
 
   // Byte offset: row * stride + column * 3, as one multiply-add of 16-bit pairs.
   const __m256i column = _mm256_srli_epi32(position_x, 10);
@@ -83,7 +83,7 @@ inline void WarpBlock(const InsideRun& run, int x) {
   const __m256i fraction_x = Fractions(position_x);
   const __m256i fraction_y = Fractions(position_y);
   const uint8_t* const top = run.source;
-  const uint8_t* const bottom = run.source + run.source_stride;
+  const uint8_t* const bottom = run.source_below;
   const __m256i first = Blend4(LoadPairs4(top, at[0], at[1], at[4], at[5]),
                                LoadPairs4(bottom, at[0], at[1], at[4], at[5]),
                                SpreadFirst(fraction_x), SpreadFirst(fraction_y));
@@ -98,17 +98,17 @@ inline void WarpBlock(const InsideRun& run, int x) {
                        0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1));
   const __m256i joined =
       _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
-  uint8_t* const target = run.target + 3 * static_cast<std::ptrdiff_t>(x);
+  uint8_t* const target = run.target;
   _mm_storeu_si128(reinterpret_cast<__m128i*>(target), _mm256_castsi256_si128(joined));
   _mm_storel_epi64(reinterpret_cast<__m128i*>(target + 16), _mm256_extracti128_si256(joined, 1));
 }
 
 }  // namespace
 
-void WarpInsideRunAvx2(const InsideRun& run) {
-  int x = 0;
-  for (; x + kInsideRunBlock <= run.count; x += kInsideRunBlock) WarpBlock(run, x);
-  if (x < run.count) WarpBlock(run, run.count - kInsideRunBlock);
+void WarpInsideRunAvx2(const InsideRun& whole) {
+  InsideRun run = whole;  // a copy, which no store through target can change
+  for (; run.count >= kInsideRunBlock; run = Behind(run, kInsideRunBlock)) WarpBlock(run);
+  if (run.count > 0) WarpBlock(Behind(run, run.count - kInsideRunBlock));
 }
 
 }  // namespace corvane

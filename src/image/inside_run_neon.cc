@@ -68,9 +68,9 @@ inline uint8x8_t BlendDown(int16x8_t top, int16x8_t bottom, int16x8_t fraction) 
   return vshrn_n_u16(vreinterpretq_u16_s16(vaddq_s16(top, moved)), 5);
 }
 
-inline void WarpBlock(const InsideRun& run, int x) {
-  const Axis column = Split(run.column_x + x, vdupq_n_s32(run.row_x));
-  const Axis row = Split(run.column_y + x, vdupq_n_s32(run.row_y));
+inline void WarpBlock(const InsideRun& run) {
+  const Axis column = Split(run.column_x, vdupq_n_s32(run.row_x));
+  const Axis row = Split(run.column_y, vdupq_n_s32(run.row_y));
 
   const uint16x4_t stride = vdup_n_u16(static_cast<uint16_t>(run.source_stride));
   const uint16x4_t pixel_bytes = vdup_n_u16(3);
@@ -81,7 +81,7 @@ inline void WarpBlock(const InsideRun& run, int x) {
                               vget_high_u16(column.whole), pixel_bytes));
 
   const Columns a = Transpose(run.source, at);
-  const Columns b = Transpose(run.source + run.source_stride, at);
+  const Columns b = Transpose(run.source_below, at);
   const int16x8_t fx = column.fraction;
   uint8x8x3_t pixels;
   pixels.val[0] =
@@ -93,15 +93,15 @@ inline void WarpBlock(const InsideRun& run, int x) {
   pixels.val[2] =
       BlendDown(BlendAcross(LowTimes32(a.bytes[1]), HighTimes32(a.bytes[2]), fx),
                 BlendAcross(LowTimes32(b.bytes[1]), HighTimes32(b.bytes[2]), fx), row.fraction);
-  vst3_u8(run.target + 3 * static_cast<std::ptrdiff_t>(x), pixels);
+  vst3_u8(run.target, pixels);
 }
 
 }  // namespace
 
-void WarpInsideRunNeon(const InsideRun& run) {
-  int x = 0;
-  for (; x + kInsideRunBlock <= run.count; x += kInsideRunBlock) WarpBlock(run, x);
-  if (x < run.count) WarpBlock(run, run.count - kInsideRunBlock);
+void WarpInsideRunNeon(const InsideRun& whole) {
+  InsideRun run = whole;  // a copy, which no store through target can change
+  for (; run.count >= kInsideRunBlock; run = Behind(run, kInsideRunBlock)) WarpBlock(run);
+  if (run.count > 0) WarpBlock(Behind(run, run.count - kInsideRunBlock));
 }
 
 }  // namespace corvane

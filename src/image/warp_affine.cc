@@ -47,20 +47,13 @@ class ColumnTable {
   int width() const { return width_; }
   bool IsRising() const { return offsets_[width_ - 1] >= 0; }
 
-  // The first column that is moved at least this far (without sign), or the width.
-  int FirstMoved(int64_t distance) const {
+  // The first column that is moved at least this far (without sign), or the width. Walks there from
+  // the hint: the answer for the row above is at most a few columns off.
+  int FirstMoved(int64_t distance, int hint) const {
     const int sign = IsRising() ? 1 : -1;
-    int first = 0;
-    for (int count = width_; count > 0;) {
-      const int half = count / 2;
-      if (sign * offsets_[first + half] < distance) {
-        first += half + 1;
-        count -= half + 1;
-      } else {
-        count = half;
-      }
-    }
-    return first;
+    while (hint > 0 && sign * int64_t{offsets_[hint - 1]} >= distance) --hint;
+    while (hint < width_ && sign * int64_t{offsets_[hint]} < distance) ++hint;
+    return hint;
   }
 
  private:
@@ -79,30 +72,56 @@ bool IsWithin(int32_t position, int32_t lowest, uint32_t length) {
   return static_cast<uint32_t>(position) - static_cast<uint32_t>(lowest) < length;
 }
 
-// The columns whose position start + table[x], wrapped, is one of the length values from lowest on.
-// As the interval is shorter than half the range, too, these are one run.
-Run FindRun(const ColumnTable& table, int32_t start, int32_t lowest, uint32_t length) {
-  const uint32_t above = static_cast<uint32_t>(start) - static_cast<uint32_t>(lowest);
-  const bool starts_within = above < length;
-  if (table.IsRising()) {
-    const int64_t to_lowest = starts_within ? 0 : (int64_t{1} << 32) - above;
-    const int64_t to_end = to_lowest + length - (starts_within ? above : 0);
-    return {table.FirstMoved(to_lowest), table.FirstMoved(to_end)};
-  }
-  const int64_t to_highest = starts_within ? 0 : int64_t{above} - length + 1;
-  return {table.FirstMoved(to_highest), table.FirstMoved(int64_t{above} + 1)};
-}
+// Finds, row after row, the columns whose position start + table[x], wrapped, is one of the length
+// values from lowest on. As the table and the interval are both shorter than half the range of a
+// position, these are one run.
+class RunFinder {
+ public:
+  RunFinder(const ColumnTable& table, int32_t lowest, uint32_t length)
+      : table_(table), lowest_(static_cast<uint32_t>(lowest)), length_(length) {}
 
-void FillPixels(const uint8_t (&pixel)[3], std::size_t count, uint8_t* target) {
-  const std::size_t bytes = 3 * count;
-  if (count == 0) return;
-  std::memcpy(target, pixel, 3);
-  for (std::size_t filled = 3; filled < bytes;) {  // double what is there
-    const std::size_t more = std::min(filled, bytes - filled);
-    std::memcpy(target + filled, target, more);
-    filled += more;
+  Run Find(int32_t start) {
+    const uint32_t above = static_cast<uint32_t>(start) - lowest_;
+    const bool starts_within = above < length_;
+    int64_t to_begin = 0, to_end = 0;
+    if (table_.IsRising()) {
+      if (!starts_within) to_begin = (int64_t{1} << 32) - above;
+      to_end = starts_within ? int64_t{length_} - above : to_begin + length_;
+    } else {
+      if (!starts_within) to_begin = int64_t{above} - length_ + 1;
+      to_end = int64_t{above} + 1;
+    }
+    last_ = {table_.FirstMoved(to_begin, last_.begin), table_.FirstMoved(to_end, last_.end)};
+    return last_;
   }
-}
+
+ private:
+  const ColumnTable& table_;
+  const uint32_t lowest_, length_;
+  Run last_ = {0, 0};
+};
+
+// Paints runs of pixels in one colour, in chunks whose copies need no call.
+class BorderPainter {
+ public:
+  explicit BorderPainter(const uint8_t (&pixel)[3]) {
+    for (std::size_t i = 0; i < sizeof(chunk_); ++i) chunk_[i] = pixel[i % 3];
+  }
+  void Paint(std::size_t pixel_count, uint8_t* target) const {
+    const std::size_t bytes = 3 * pixel_count;
+    if (bytes < sizeof(chunk_)) {
+      std::memcpy(target, chunk_, bytes);
+      return;
+    }
+    for (std::size_t i = 0; i + sizeof(chunk_) <= bytes; i += sizeof(chunk_)) {
+      std::memcpy(target + i, chunk_, sizeof(chunk_));
+    }
+    std::memcpy(target + bytes - sizeof(chunk_), chunk_, sizeof(chunk_));  // whole pixels back
+  }
+
+ private:
+  uint8_t chunk_[48];
+};
 
 // One call's warp, row by row.
 class Warp {
@@ -115,67 +134,65 @@ class Warp {
         column_y_(column_y),
         warp_inside_run_(ChooseInsideRun()),
         has_runs_(source.width > 0 && source.width <= kMaxFastWidth && source.height > 0 &&
-                  source.height <= kMaxFastHeight) {}
+                  source.height <= kMaxFastHeight),
+        border_(source.border),
+        inside_x_(column_x, 0, Positions(source.width - 1)),
+        inside_y_(column_y, 0, Positions(source.height - 1)),
+        touching_x_(column_x, -kUnitsPerPixel, Positions(source.width + 1)),
+        touching_y_(column_y, -kUnitsPerPixel, Positions(source.height + 1)),
+        short_of_last_x_(column_x, 0, Positions(source.width - 2)) {}
 
-  void Row(int32_t row_x, int32_t row_y, uint8_t* target) const {
-    const int width = column_x_.width();
+  void Row(int32_t row_x, int32_t row_y, uint8_t* target) {
+    const Run all = {0, column_x_.width()};
     if (!has_runs_) {
-      PlainPixels({0, width}, row_x, row_y, target);
+      PlainPixels(all, row_x, row_y, target);
       return;
     }
-    const Run inside = FindInside(row_x, row_y);
-    const Run touching = is_transparent_ ? inside : FindTouching(inside, row_x, row_y);
+    const int last = all.end - 1;
+    if (IsInside(X(row_x, 0), Y(row_y, 0)) && IsInside(X(row_x, last), Y(row_y, last))) {
+      InsidePixels(all, row_x, row_y, target);
+      return;
+    }
+    const Run inside = Intersect(inside_x_.Find(row_x), inside_y_.Find(row_y));
+    Run rest = inside;
     if (!is_transparent_) {
-      if (touching.IsEmpty()) {
-        FillPixels(source_.border, static_cast<std::size_t>(width), target);
-        return;
-      }
-      FillPixels(source_.border, static_cast<std::size_t>(touching.begin), target);
-      FillPixels(source_.border, static_cast<std::size_t>(width - touching.end),
-                 target + 3 * static_cast<std::ptrdiff_t>(touching.end));
+      rest = FindTouching(inside, row_x, row_y);
+      if (rest.IsEmpty()) rest = {0, 0};
+      Paint({0, rest.begin}, target);
+      Paint({rest.end, all.end}, target);
     }
     if (inside.IsEmpty()) {
-      PlainPixels(touching, row_x, row_y, target);
+      PlainPixels(rest, row_x, row_y, target);
       return;
     }
-    PlainPixels({touching.begin, inside.begin}, row_x, row_y, target);
+    PlainPixels({rest.begin, inside.begin}, row_x, row_y, target);
     InsidePixels(inside, row_x, row_y, target);
-    PlainPixels({inside.end, touching.end}, row_x, row_y, target);
+    PlainPixels({inside.end, rest.end}, row_x, row_y, target);
   }
 
  private:
   int32_t X(int32_t row_x, int x) const { return AddWrapping(row_x, column_x_[x]); }
   int32_t Y(int32_t row_y, int x) const { return AddWrapping(row_y, column_y_[x]); }
+  static uint8_t* Pixel(uint8_t* row, int x) { return row + 3 * static_cast<std::ptrdiff_t>(x); }
 
-  // Pixels all of whose neighbours are in the source: positions from 0 to the last pixel's.
-  uint32_t InsideLength(int extent) const {
-    return static_cast<uint32_t>(extent - 1) * static_cast<uint32_t>(kUnitsPerPixel);
+  // How many positions so many pixels have. Not used where it has no meaning (no runs, no pixels).
+  static uint32_t Positions(int pixels) {
+    return pixels > 0 ? static_cast<uint32_t>(pixels) * static_cast<uint32_t>(kUnitsPerPixel) : 0;
   }
+
+  // Pixels all of whose neighbours are in the source.
   bool IsInside(int32_t x, int32_t y) const {
-    return IsWithin(x, 0, InsideLength(source_.width)) &&
-           IsWithin(y, 0, InsideLength(source_.height));
-  }
-  Run FindInside(int32_t row_x, int32_t row_y) const {
-    const int last = column_x_.width() - 1;
-    if (IsInside(X(row_x, 0), Y(row_y, 0)) && IsInside(X(row_x, last), Y(row_y, last))) {
-      return {0, last + 1};
-    }
-    const Run in_columns = FindRun(column_x_, row_x, 0, InsideLength(source_.width));
-    if (in_columns.IsEmpty()) return in_columns;
-    return Intersect(in_columns, FindRun(column_y_, row_y, 0, InsideLength(source_.height)));
+    return IsWithin(x, 0, Positions(source_.width - 1)) &&
+           IsWithin(y, 0, Positions(source_.height - 1));
   }
 
   // Pixels at least one of whose neighbours is in the source: up to a pixel further on each side.
   bool IsTouching(int32_t x, int32_t y) const {
-    return IsWithin(x, -kUnitsPerPixel, InsideLength(source_.width + 2)) &&
-           IsWithin(y, -kUnitsPerPixel, InsideLength(source_.height + 2));
+    return IsWithin(x, -kUnitsPerPixel, Positions(source_.width + 1)) &&
+           IsWithin(y, -kUnitsPerPixel, Positions(source_.height + 1));
   }
-  Run FindTouching(Run inside, int32_t row_x, int32_t row_y) const {
-    if (inside.IsEmpty()) {
-      return Intersect(
-          FindRun(column_x_, row_x, -kUnitsPerPixel, InsideLength(source_.width + 2)),
-          FindRun(column_y_, row_y, -kUnitsPerPixel, InsideLength(source_.height + 2)));
-    }
+  Run FindTouching(Run inside, int32_t row_x, int32_t row_y) {
+    if (inside.IsEmpty()) return Intersect(touching_x_.Find(row_x), touching_y_.Find(row_y));
     // Few pixels, which are about to cost more than a look.
     Run touching = inside;
     while (touching.begin > 0 &&
@@ -189,28 +206,31 @@ class Warp {
     return touching;
   }
 
+  void Paint(Run run, uint8_t* target) const {
+    border_.Paint(static_cast<std::size_t>(run.end - run.begin), Pixel(target, run.begin));
+  }
+
   void PlainPixels(Run run, int32_t row_x, int32_t row_y, uint8_t* target) const {
     for (int x = run.begin; x < run.end; ++x) {
-      WarpPixel(source_, is_transparent_, X(row_x, x), Y(row_y, x),
-                target + 3 * static_cast<std::ptrdiff_t>(x));
+      WarpPixel(source_, is_transparent_, X(row_x, x), Y(row_y, x), Pixel(target, x));
     }
   }
 
-  void InsidePixels(Run inside, int32_t row_x, int32_t row_y, uint8_t* target) const {
+  void InsidePixels(Run inside, int32_t row_x, int32_t row_y, uint8_t* target) {
     Run vectors = inside;
     // The last two bytes that the vector loop loads for a pixel may be behind the source's last.
     const int32_t last_row_pair = (source_.height - 2) * kUnitsPerPixel;
     if (std::max(Y(row_y, inside.begin), Y(row_y, inside.end - 1)) >= last_row_pair) {
-      vectors = Intersect(vectors, FindRun(column_x_, row_x, 0, InsideLength(source_.width - 1)));
+      vectors = Intersect(vectors, short_of_last_x_.Find(row_x));
     }
     if (warp_inside_run_ == nullptr || vectors.end - vectors.begin < kInsideRunBlock) {
       PlainPixels(inside, row_x, row_y, target);
       return;
     }
     PlainPixels({inside.begin, vectors.begin}, row_x, row_y, target);
-    warp_inside_run_({source_.pixels, 3 * source_.width, column_x_.data() + vectors.begin,
-                      column_y_.data() + vectors.begin, row_x, row_y, vectors.end - vectors.begin,
-                      target + 3 * std::ptrdiff_t{vectors.begin}});
+    warp_inside_run_({source_.pixels, source_.pixels + 3 * source_.width, 3 * source_.width,
+                      column_x_.data() + vectors.begin, column_y_.data() + vectors.begin, row_x,
+                      row_y, vectors.end - vectors.begin, Pixel(target, vectors.begin)});
     PlainPixels({vectors.end, inside.end}, row_x, row_y, target);
   }
 
@@ -220,6 +240,9 @@ class Warp {
   const ColumnTable& column_y_;
   const WarpInsideRun warp_inside_run_;
   const bool has_runs_;
+  const BorderPainter border_;
+  RunFinder inside_x_, inside_y_, touching_x_, touching_y_;
+  RunFinder short_of_last_x_;  // inside, but for the last two columns
 };
 
 }  // namespace
@@ -239,7 +262,7 @@ void warpaffine_bilinear_c3(const uint8_t* src, int src_width, int src_height, u
       src_height,
       {static_cast<uint8_t>(border_color), static_cast<uint8_t>(border_color >> 8),
        static_cast<uint8_t>(border_color >> 16)}};
-  const Warp warp(source, border_type == kTransparentBorder, column_x, column_y);
+  Warp warp(source, border_type == kTransparentBorder, column_x, column_y);
   const float units = static_cast<float>(kUnitsPerPixel);
   for (int y = 0; y < dst_height; ++y) {
     const float row = static_cast<float>(y);
