@@ -203,7 +203,7 @@ std::vector<float> ParseNumbers(const std::string& name, const std::string& text
     char* end = nullptr;
     const float value = std::strtof(number.c_str(), &end);
     if (number.empty() || end != number.c_str() + number.size() || !std::isfinite(value)) {
-      throw Failure(name + ": '" + number + "' is not a number");
+      throw Failure(std::string(name).append(": '").append(number).append("' is not a number"));
     }
     numbers.push_back(value);
   }
