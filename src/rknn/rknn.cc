@@ -1,5 +1,7 @@
 #include "src/rknn/rknn.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -188,6 +190,25 @@ std::size_t PixelCount(int width, int height, int channels, uint32_t element_byt
   return static_cast<std::size_t>(pixels);
 }
 
+// The allocator maps blocks of this size anew each time. Every first touch of a page of 4 KiB then
+// costs more than filling it, so the kernel is asked for large pages; where it has none, nothing is
+// lost.
+constexpr std::size_t kAlwaysMappedBytes = std::size_t{32} << 20;
+constexpr std::uintptr_t kLargePageBytes = std::uintptr_t{2} << 20;
+
+template <class Element>
+std::unique_ptr<Element[]> NewInput(std::size_t count) {
+  std::unique_ptr<Element[]> input(new Element[count]);
+  const std::size_t bytes = count * sizeof(Element);
+  if (bytes >= kAlwaysMappedBytes) {
+    const auto address = reinterpret_cast<std::uintptr_t>(input.get());
+    const std::uintptr_t begin = (address + kLargePageBytes - 1) & ~(kLargePageBytes - 1);
+    const std::uintptr_t end = (address + bytes) & ~(kLargePageBytes - 1);
+    madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+  }
+  return input;
+}
+
 }  // namespace
 
 void BackendRKNN::AppendRecords(std::vector<OutputTensor>* outputs) const {
@@ -275,25 +296,25 @@ bool BackendRKNN::PrepareAndRun(const uint8_t* image, int pixel_type, int width,
 
   switch (input_type_) {
     case RKNN_INPUT_FLOAT32: {
-      const std::unique_ptr<float[]> planes(new float[element_count]);
+      const auto planes = NewInput<float>(element_count);
       EncodeFloat32(input, normalisation, planes.get());
       Run(planes.get(), width, height, channels, outputs);
       return true;
     }
     case RKNN_INPUT_FLOAT16: {
-      const std::unique_ptr<uint16_t[]> planes(new uint16_t[element_count]);
+      const auto planes = NewInput<uint16_t>(element_count);
       EncodeFloat16(input, normalisation, planes.get());
       Run(planes.get(), width, height, channels, outputs);
       return true;
     }
     case RKNN_INPUT_INT16: {
-      const std::unique_ptr<int16_t[]> planes(new int16_t[element_count]);
+      const auto planes = NewInput<int16_t>(element_count);
       EncodeDfp16(input, normalisation, input_attrs_[0].fl, planes.get());
       Run(planes.get(), width, height, channels, outputs);
       return true;
     }
     default: {  // RKNN_INPUT_UINT8
-      const std::unique_ptr<uint8_t[]> bytes(new uint8_t[element_count]);
+      const auto bytes = NewInput<uint8_t>(element_count);
       if (channels != 3) {
         CORVANE_REPORT("FATAL: unexpected channels. [channels=%d]", channels);
         return false;
