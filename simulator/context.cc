@@ -47,6 +47,7 @@ int Context::Run(String* why) {
   for (uint32_t i = 0; i < inputs_.size(); ++i) {
     if (!model->NeedsInput(i)) continue;
     DecodeInput(model->inputs()[i], inputs_[i], input_bytes_[i].data(), &numbers_[i]);
+    if (inputs_[i].pass_through == 0) model->ConvertInput(i, &numbers_[i]);
   }
   return model->Run(numbers_, why);
 }

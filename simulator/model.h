@@ -8,6 +8,10 @@
 
 namespace rknn_sim {
 
+// What a hostile model may ask for at most: tensors of a kind, and elements of all of them.
+constexpr std::size_t kMaxTensors = 256;
+constexpr uint64_t kMaxElements = uint64_t{1} << 26;
+
 // Belongs to one context, which never calls it from two threads at once.
 class ExecutableModel {
  public:
@@ -18,6 +22,9 @@ class ExecutableModel {
 
   // Whether the outputs depend on input i: if not, its buffer is neither kept nor decoded.
   virtual bool NeedsInput(uint32_t i) const = 0;
+
+  // The numbers of a buffer that was not passed through become what the model takes.
+  virtual void ConvertInput(uint32_t, Vector<float>*) const {}
 
   // inputs[i] holds n_elems numbers of input i in its attribute's layout; empty where not needed.
   // Returns 0 or one of the runtime's codes; then *why says what is wrong.

@@ -4,9 +4,9 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <string_view>
 
+#include "model.h"
 #include "tensor_codec.h"
 
 namespace rknn_sim {
@@ -14,19 +14,6 @@ namespace rknn_sim {
 namespace {
 
 constexpr std::string_view kMagic = "CORVANE-SIM";
-// What a hostile text may cost at most.
-constexpr std::size_t kMaxTensors = 256;
-constexpr uint64_t kMaxElements = uint64_t{1} << 26;  // of all tensors together
-
-struct NamedType {
-  std::string_view name;
-  rknn_tensor_type type;
-};
-constexpr NamedType kTypes[] = {{"float32", RKNN_TENSOR_FLOAT32},
-                                {"float16", RKNN_TENSOR_FLOAT16},
-                                {"int8", RKNN_TENSOR_INT8},
-                                {"uint8", RKNN_TENSOR_UINT8},
-                                {"int16", RKNN_TENSOR_INT16}};
 
 // Cuts the part before the next separator off the front of *text.
 std::string_view Cut(std::string_view* text, std::string_view separators) {
@@ -116,11 +103,9 @@ std::string_view ParseLine(std::string_view line, Model* model) {
   if (name.empty() || name.size() >= RKNN_MAX_NAME_LEN) return "wanted a name of 1 to 255 bytes";
   std::memcpy(attr.name, name.data(), name.size());
 
-  const std::string_view type_name = NextWord(&line);
-  const auto* type = std::find_if(std::begin(kTypes), std::end(kTypes),
-                                  [&](const NamedType& known) { return known.name == type_name; });
-  if (type == std::end(kTypes)) return "wanted a type: float32, float16, int8, uint8 or int16";
-  attr.type = type->type;
+  if (!ParseTensorType(NextWord(&line), &attr.type)) {
+    return "wanted a type: float32, float16, int8, uint8 or int16";
+  }
   if (attr.type == RKNN_TENSOR_INT16) attr.qnt_type = RKNN_TENSOR_QNT_DFP;
 
   if (!ParseShape(NextWord(&line), &attr)) {

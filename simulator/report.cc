@@ -22,8 +22,12 @@ Forever<Reports> reports;
 }  // namespace
 
 int ReportMisuse(const char* where, int code, const char* format, std::va_list arguments) {
-  char text[512];
+  char text[512] = "";
   std::vsnprintf(text, sizeof(text), format, arguments);
+  // Names and messages from model files must not make a second line or drive a terminal.
+  for (char& character : text) {
+    if ((character > 0 && character < ' ') || character == '\x7f') character = '?';
+  }
   char line[640];
   std::snprintf(line, sizeof(line), "rknn simulator: %s: %s [ret=%d]", where, text, code);
   std::fprintf(stderr, "%s\n", line);

@@ -10,6 +10,8 @@
 
 #include "context.h"
 #include "invocation.h"
+#include "onnx_graph.h"
+#include "onnx_model.h"
 #include "payload_model.h"
 #include "tensor_codec.h"
 
@@ -67,20 +69,33 @@ ModelPointer LoadModel(Invocation& call, const uint8_t* bytes, uint32_t size, in
   if (const std::shared_ptr<const Model> scripted = TheScript().model()) {
     return MakeDescribedModel(*scripted);
   }
-  if (IsPayload(bytes, size)) {
-    Model model;
-    String why;
-    if (ParsePayload(bytes, size, &model, &why)) return MakeDescribedModel(model);
+  const auto refuse = [&](const String& why) {
     *ret = call.Misuse(RKNN_ERR_MODEL_INVALID, "%s", why.c_str());
     return nullptr;
+  };
+  String why;
+  if (IsPayload(bytes, size)) {
+    Model model;
+    if (ParsePayload(bytes, size, &model, &why)) return MakeDescribedModel(model);
+    return refuse(why);
+  }
+  constexpr char kVendorMagic[] = {'R', 'K', 'N', 'N'};
+  if (size >= sizeof(kVendorMagic) && std::memcmp(bytes, kVendorMagic, sizeof(kVendorMagic)) == 0) {
+    return refuse(
+        "the model is compiled for the NPU, and only the NPU can run it; wanted the ONNX model it "
+        "was compiled from, or a text that begins with 'CORVANE-SIM'");
+  }
+  if (IsOnnx(bytes, size)) {
+    ModelPointer model = MakeOnnxModel(bytes, size, &why);
+    return model != nullptr ? model : refuse(why);
   }
   char head[16] = "";
   for (uint32_t i = 0; i < std::min(size, 4u); ++i) {
     std::snprintf(head + 3 * i, sizeof(head) - 3 * i, "%02x%s", bytes[i], i < 3 ? " " : "");
   }
   *ret = call.Misuse(RKNN_ERR_MODEL_INVALID,
-                     "the model has %u bytes and begins with [%s]; wanted a text that begins with "
-                     "'CORVANE-SIM'",
+                     "the model has %u bytes and begins with [%s]; wanted an ONNX model or a "
+                     "text that begins with 'CORVANE-SIM'",
                      size, head);
   return nullptr;
 }

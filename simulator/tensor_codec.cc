@@ -12,8 +12,13 @@ namespace {
 
 constexpr struct {
   const char* name;
+  const char* name_in_files;
   std::size_t bytes;
-} kTypes[] = {{"FLOAT32", 4}, {"FLOAT16", 2}, {"INT8", 1}, {"UINT8", 1}, {"INT16", 2}};
+} kTypes[] = {{"FLOAT32", "float32", 4},
+              {"FLOAT16", "float16", 2},
+              {"INT8", "int8", 1},
+              {"UINT8", "uint8", 1},
+              {"INT16", "int16", 2}};
 
 uint32_t BitsOf(float value) {
   uint32_t bits;
@@ -102,6 +107,15 @@ const char* TypeName(rknn_tensor_type type) {
   return IsTensorType(static_cast<uint32_t>(type)) ? kTypes[type].name : "unknown type";
 }
 
+bool ParseTensorType(std::string_view name, rknn_tensor_type* type) {
+  for (std::size_t i = 0; i < std::size(kTypes); ++i) {
+    if (name != kTypes[i].name_in_files) continue;
+    *type = static_cast<rknn_tensor_type>(i);
+    return true;
+  }
+  return false;
+}
+
 std::size_t ElementBytes(rknn_tensor_type type) {
   return IsTensorType(static_cast<uint32_t>(type)) ? kTypes[type].bytes : 0;
 }
@@ -146,6 +160,17 @@ void DecodeInput(const rknn_tensor_attr& attr, const rknn_input& input, const ui
     (*numbers)[i] = is_quantized ? static_cast<float>(Dequantized(attr, element)) : element;
   }
   if (input.pass_through == 0) Relayout(attr, input.fmt, numbers);
+}
+
+void RoundToNative(const rknn_tensor_attr& attr, Vector<float>* numbers) {
+  const bool is_plain = attr.qnt_type == RKNN_TENSOR_QNT_NONE;
+  if (is_plain && attr.type != RKNN_TENSOR_FLOAT16) return;
+  uint8_t element[sizeof(float)];
+  for (float& number : *numbers) {
+    EncodeNative(attr, &number, 1, element);
+    number = ElementAsFloat(attr.type, element);
+    if (IsInteger(attr.type)) number = static_cast<float>(Dequantized(attr, number));
+  }
 }
 
 void EncodeNative(const rknn_tensor_attr& attr, const float* numbers, std::size_t count,

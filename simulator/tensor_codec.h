@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "malloc_allocator.h"
 #include "rknn_api.h"
@@ -11,8 +12,9 @@
 namespace rknn_sim {
 
 bool IsTensorType(uint32_t type);
-const char* TypeName(rknn_tensor_type type);      // "FLOAT32", ...
-std::size_t ElementBytes(rknn_tensor_type type);  // 0 for an unknown type
+const char* TypeName(rknn_tensor_type type);                          // "FLOAT32", ...
+bool ParseTensorType(std::string_view name, rknn_tensor_type* type);  // "float32", ...
+std::size_t ElementBytes(rknn_tensor_type type);                      // 0 for an unknown type
 
 float HalfToFloat(uint16_t half);
 uint16_t FloatToHalf(float value);  // nearest, ties to even
@@ -23,6 +25,10 @@ uint16_t FloatToHalf(float value);  // nearest, ties to even
 // end.
 void DecodeInput(const rknn_tensor_attr& attr, const rknn_input& input, const uint8_t* bytes,
                  Vector<float>* numbers);
+
+// Numbers as the native type holds them: rounded to halves and to fixed-point values. Plain types,
+// whose elements are not said to stand for anything else, leave them as they are.
+void RoundToNative(const rknn_tensor_attr& attr, Vector<float>* numbers);
 
 // Writes count numbers as elements of attr's type; out of range saturates, NaN gives 0 in integers.
 void EncodeNative(const rknn_tensor_attr& attr, const float* numbers, std::size_t count,

@@ -552,8 +552,9 @@ TEST(Simulator, RefusesHostileModelBytes) {
     std::string text;
     const char* line;
   } cases[] = {
-      {"", "the model has 0 bytes and begins with []; wanted a text that"},
-      {"RKNN\x01", "the model has 5 bytes and begins with [52 4b 4e 4e]; wanted a text that"},
+      {"", "the model has 0 bytes and begins with []; wanted an ONNX model or a text that"},
+      {"RKN", "the model has 3 bytes and begins with [52 4b 4e ]; wanted an ONNX model or a text"},
+      {"RKNN\x01", "the model is compiled for the NPU, and only the NPU can run it; wanted"},
       {"CORVANE-SIMULATOR\n", "line 1 of the model's text is not understood; wanted 'CORVANE-SIM'"},
       {"CORVANE-SIM\n\nfoo", "line 3 of the model's text is not understood; wanted 'input'"},
       {"CORVANE-SIM\ninput a int4 1",
