@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "context.h"
+#include "environment.h"
+#include "faults.h"
 #include "report.h"
 #include "script.h"
 #include "tensor_codec.h"
@@ -19,6 +21,7 @@ const char* NameOf(Function function) {
 }
 
 void Reset() {
+  ReadEnvironmentOnce();  // so that what it orders is forgotten too
   TheScript().Reset();
   TheTrace().Reset();
   ForgetReports();
@@ -56,6 +59,8 @@ void DelayAt(Function function, uint64_t nth, std::chrono::microseconds delay) {
   effects.delay = delay;
   TheScript().AddEffects(function, nth, effects);
 }
+
+bool OrderFaults(const char* text, String* why) { return OrderFaults(text, &TheScript(), why); }
 
 void LeaveOutputsUnwrittenAt(uint64_t nth) {
   Effects effects;

@@ -90,6 +90,11 @@ RKNN_SIM_EXPORT void ReturnAt(Function function, uint64_t nth, int code);
 
 RKNN_SIM_EXPORT void DelayAt(Function function, uint64_t nth, std::chrono::microseconds delay);
 
+// Both as text, as in the environment variable CORVANE_SIM_FAULTS:
+// "rknn_run:3=-1+20ms,rknn_query:*=-5". False, with the entry that is wrong and nothing ordered,
+// where it is not understood.
+RKNN_SIM_EXPORT bool OrderFaults(const char* text, String* why);
+
 // outputs_get succeeds but writes no output.
 RKNN_SIM_EXPORT void LeaveOutputsUnwrittenAt(uint64_t nth);
 
@@ -127,6 +132,7 @@ struct Call {
   std::thread::id thread;
   bool has_returned = false;
   bool is_misuse = false;
+  String misuse;  // then: what the line says, without the function and the code
   int ret = 0;
   rknn_context context = 0;  // init: the new handle, where it succeeded
 

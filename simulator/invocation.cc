@@ -1,19 +1,25 @@
 #include "invocation.h"
 
 #include <cstdarg>
+#include <cstdio>
 #include <utility>
 
+#include "environment.h"
 #include "report.h"
 
 namespace rknn_sim {
 
 Invocation::Invocation(Function function, rknn_context handle) {
+  ReadEnvironmentOnce();
   record_.function = function;
   record_.context = handle;
   record_.thread = std::this_thread::get_id();
   effects_ = TheScript().CountCall(function, &record_.nth);
   is_traced_ = TheTrace().is_on();
-  is_observed_ = is_traced_ || effects_.hook != nullptr;
+  copies_buffers_ = is_traced_ || effects_.hook != nullptr;
+  is_logged_ = TheCallLog().is_on();
+  is_observed_ = copies_buffers_ || is_logged_;
+  if (is_logged_) begin_ = CallLog::Clock::now();
   if (is_traced_) place_ = TheTrace().Begin(record_);
 }
 
@@ -21,9 +27,12 @@ Invocation::Invocation(Function function, rknn_context handle) {
 int Invocation::Misuse(int code, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  record_.is_misuse = true;
-  ReportMisuse(NameOf(record_.function), code, format, arguments);
+  char text[512];
+  std::vsnprintf(text, sizeof(text), format, arguments);
   va_end(arguments);
+  ReportMisuse(NameOf(record_.function), code, text);
+  record_.is_misuse = true;
+  if (is_observed_) record_.misuse = text;
   return code;
 }
 
@@ -35,6 +44,7 @@ void Invocation::Reach() {
 int Invocation::End(int ret) {
   record_.ret = ret;
   record_.has_returned = true;
+  if (is_logged_) TheCallLog().Write(record_, begin_);
   if (is_traced_) TheTrace().End(place_, std::move(record_));
   return ret;
 }

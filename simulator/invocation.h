@@ -2,6 +2,7 @@
 #ifndef CORVANE_SIMULATOR_INVOCATION_H_
 #define CORVANE_SIMULATOR_INVOCATION_H_
 
+#include "call_log.h"
 #include "script.h"
 #include "trace.h"
 
@@ -11,8 +12,11 @@ class Invocation {
  public:
   Invocation(Function function, rknn_context handle);
 
-  // Null unless the call is recorded or hooked: what costs a copy is noted only then.
+  // Null unless somebody looks at the call.
   Call* record() { return is_observed_ ? &record_ : nullptr; }
+
+  // Whether that somebody sees the bytes of buffers too.
+  bool copies_buffers() const { return copies_buffers_; }
 
   // Writes the line and returns the code.
   __attribute__((format(printf, 3, 4))) int Misuse(int code, const char* format, ...);
@@ -31,9 +35,12 @@ class Invocation {
  private:
   Call record_;
   Effects effects_;
-  bool is_traced_;
+  bool is_traced_;  // to memory
+  bool is_logged_;  // to a file
+  bool copies_buffers_;
   bool is_observed_;
   Trace::Place place_;
+  CallLog::Clock::time_point begin_;
 };
 
 // Runs body(invocation) as one call; no exception leaves it.

@@ -21,21 +21,18 @@ Forever<Reports> reports;
 
 }  // namespace
 
-int ReportMisuse(const char* where, int code, const char* format, std::va_list arguments) {
-  char text[512] = "";
-  std::vsnprintf(text, sizeof(text), format, arguments);
-  // Names and messages from model files must not make a second line or drive a terminal.
-  for (char& character : text) {
-    if ((character > 0 && character < ' ') || character == '\x7f') character = '?';
-  }
+void ReportMisuse(const char* where, int code, const char* text) {
   char line[640];
   std::snprintf(line, sizeof(line), "rknn simulator: %s: %s [ret=%d]", where, text, code);
+  // Names and messages from model files must not make a second line or drive a terminal.
+  for (char* character = line; *character != '\0'; ++character) {
+    if (static_cast<uint8_t>(*character) < ' ' || *character == '\x7f') *character = '?';
+  }
   std::fprintf(stderr, "%s\n", line);
 
   const std::lock_guard<std::mutex> lock(reports->mutex);
   ++reports->count;
   if (reports->lines.size() < kLinesKept) reports->lines.emplace_back(line);
-  return code;
 }
 
 uint64_t ReportedCount() {

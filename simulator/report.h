@@ -2,15 +2,14 @@
 #ifndef CORVANE_SIMULATOR_REPORT_H_
 #define CORVANE_SIMULATOR_REPORT_H_
 
-#include <cstdarg>
 #include <cstdint>
 
 #include "malloc_allocator.h"
 
 namespace rknn_sim {
 
-// Writes "rknn simulator: WHERE: TEXT [ret=CODE]\n" in one call and returns code.
-int ReportMisuse(const char* where, int code, const char* format, std::va_list arguments);
+// Writes "rknn simulator: WHERE: TEXT [ret=CODE]\n" in one call.
+void ReportMisuse(const char* where, int code, const char* text);
 
 uint64_t ReportedCount();
 Vector<String> ReportedLines();

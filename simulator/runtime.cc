@@ -19,15 +19,6 @@ namespace rknn_sim {
 
 namespace {
 
-// An enumerator that a caller handed in may hold any value.
-template <typename Enum>
-uint32_t RawValue(const Enum& enumerator) {
-  static_assert(sizeof(Enum) == sizeof(uint32_t), "as the binary interface has it");
-  uint32_t value;
-  std::memcpy(&value, &enumerator, sizeof(value));
-  return value;
-}
-
 unsigned long long Number(rknn_context handle) { return handle; }
 
 bool Enforces(Check check) { return TheScript().Enforces(check); }
@@ -120,7 +111,7 @@ int Init(Invocation& call, rknn_context* handle, void* model, uint32_t size, uin
                        size);
   }
   const auto* bytes = static_cast<const uint8_t*>(model);
-  if (Call* record = call.record()) record->model.assign(bytes, bytes + size);
+  if (call.copies_buffers()) call.record()->model.assign(bytes, bytes + size);
   call.Reach();
   if (call.fails_on_any_code()) return call.code();
 
@@ -315,8 +306,8 @@ int InputsSet(Invocation& call, Context& context, uint32_t count, const rknn_inp
   }
   if (ret != RKNN_SUCC) return ret;
   if (context.holds_outputs && Enforces(Check::kCallOrder)) return RefuseHeldOutputs(call);
-  if (Call* record = call.record()) {
-    for (InputRecord& input : record->inputs) {
+  if (call.copies_buffers()) {
+    for (InputRecord& input : call.record()->inputs) {
       const auto* bytes = static_cast<const uint8_t*>(input.record.buf);
       input.bytes.assign(bytes, bytes + input.record.size);
     }

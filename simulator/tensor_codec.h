@@ -4,12 +4,22 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 #include "malloc_allocator.h"
 #include "rknn_api.h"
 
 namespace rknn_sim {
+
+// An enumerator that a caller handed in may hold any value.
+template <typename Enum>
+uint32_t RawValue(const Enum& enumerator) {
+  static_assert(sizeof(Enum) == sizeof(uint32_t), "as the binary interface has it");
+  uint32_t value;
+  std::memcpy(&value, &enumerator, sizeof(value));
+  return value;
+}
 
 bool IsTensorType(uint32_t type);
 const char* TypeName(rknn_tensor_type type);                          // "FLOAT32", ...

@@ -1,0 +1,15 @@
+// What a user orders through the environment, without touching the program:
+//   CORVANE_SIM_FAULTS  faults.h
+//   CORVANE_SIM_TRACE   call_log.h
+#ifndef CORVANE_SIMULATOR_ENVIRONMENT_H_
+#define CORVANE_SIMULATOR_ENVIRONMENT_H_
+
+namespace rknn_sim {
+
+// Reads it at the program's first call, and never again. A value that is not understood is told in
+// a line and left out.
+void ReadEnvironmentOnce();
+
+}  // namespace rknn_sim
+
+#endif  // CORVANE_SIMULATOR_ENVIRONMENT_H_
