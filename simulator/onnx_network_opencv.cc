@@ -83,6 +83,7 @@ bool Guarded(const char* what, String* why, Action action) {
     *why += what;
     *why += " this ONNX model: ";
     *why += reason;
+    std::replace(why->begin(), why->end(), '\n', ' ');
     return false;
   };
   try {
