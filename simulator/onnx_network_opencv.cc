@@ -1,11 +1,12 @@
 #include <algorithm>
-#include <cstdlib>
 #include <mutex>
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/dnn.hpp>
+#include <shared_mutex>
 #include <string>
 #include <vector>
 
+#include "environment.h"
 #include "onnx_network.h"
 #include "trial.h"
 
@@ -26,6 +27,10 @@ class QuietOpenCv {
  private:
   LogLevel level_;
 };
+
+// Networks run side by side, but nothing runs while one is loaded: the trial's child must not begin
+// with a lock of OpenCV's that another thread holds. Never destroyed, as contexts may outlive it.
+std::shared_mutex& loading_or_running = *new std::shared_mutex;
 
 class OpenCvNetwork final : public OnnxNetwork {
  public:
@@ -102,7 +107,7 @@ bool Guarded(const char* what, String* why, Action action) {
 }
 
 bool OpenCvNetwork::Run(const Vector<Vector<float>>& inputs, String* why) {
-  const QuietOpenCv quiet;
+  const std::shared_lock<std::shared_mutex> lock(loading_or_running);
   return Guarded("run", why, [&] { RunOrThrow(inputs); });
 }
 
@@ -128,21 +133,12 @@ bool LoadAndRun(void* subject, String* why) {
   });
 }
 
-// One thread, as on the board there is one NPU, and results do not depend on the machine.
-void SetThreadsOnce() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    const char* wanted = std::getenv("CORVANE_SIM_THREADS");
-    const int threads = wanted == nullptr ? 1 : std::atoi(wanted);
-    cv::setNumThreads(threads > 0 ? threads : 1);
-  });
-}
-
 }  // namespace
 
 OnnxNetworkPointer LoadOnnxNetwork(const uint8_t* bytes, std::size_t size, const OnnxGraph& graph,
                                    String* why) {
-  SetThreadsOnce();
+  const std::unique_lock<std::shared_mutex> lock(loading_or_running);
+  cv::setNumThreads(ThreadsWanted());
   Loading loading = {bytes, size, &graph, nullptr};
   // OpenCV's importer trusts a model's operations and attributes: with some it reads past its
   // buffers, divides by zero or asks for all memory.

@@ -44,7 +44,7 @@ void LimitMemory() {
 }
 
 [[noreturn]] void BeChild(int to_parent, bool (*action)(void*, String*), void* subject) {
-  // The limit on time lasts when the parent is gone, or the child hangs with all signals blocked.
+  // A handler of the program's would tell of a crash that is not the program's.
   for (const int fatal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGXCPU, SIGTERM}) {
     std::signal(fatal, SIG_DFL);
   }

@@ -5,8 +5,8 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -22,9 +22,13 @@ using testing::ElementsAre;
 std::vector<std::string> LinesOfTrace() {
   std::ifstream file(std::getenv("CORVANE_SIM_TRACE"));
   std::vector<std::string> lines;
-  const std::regex changing("(\"(at_us|took_us|thread)\":)[0-9]+");
   for (std::string line; std::getline(file, line);) {
-    lines.push_back(std::regex_replace(line, changing, "$010"));
+    // What differs from run to run counts as 0.
+    for (const char* key : {"\"at_us\":", "\"took_us\":", "\"thread\":"}) {
+      const size_t begin = line.find(key) + std::strlen(key);
+      line.replace(begin, line.find_first_not_of("0123456789", begin) - begin, "0");
+    }
+    lines.push_back(line);
   }
   return lines;
 }

@@ -5,7 +5,9 @@
 
 #include <cmath>
 #include <csignal>
+#include <cstring>
 #include <random>
+#include <thread>
 
 #include "control.h"
 #include "corvane/backend.h"
@@ -292,6 +294,31 @@ TEST(SimulatorOnnx, ConvertsWhatIsNotPassedThrough) {
     EXPECT_EQ(std::vector<float>(numbers, numbers + 4), row.numbers);
     EXPECT_EQ(rknn_outputs_release(context, 1, &output) | rknn_destroy(context), 0);
   }
+}
+
+TEST(SimulatorOnnx, LoadsAndRunsOnSeveralThreads) {
+  if (!kRunsOnnx) GTEST_SKIP() << "built without OpenCV";
+  rknn_sim::Session session;
+  const std::string model = EchoModel({});
+  const auto work = [&](float number) {
+    for (int round = 0; round < 4; ++round) {
+      rknn_context context = 0;
+      ASSERT_EQ(rknn_init(&context, const_cast<char*>(model.data()), model.size(), 0), 0);
+      float numbers[4] = {number, 1, 2, number};
+      rknn_input input = {};
+      input.buf = numbers;
+      input.size = sizeof(numbers);
+      rknn_output output = {};
+      output.want_float = 1;
+      EXPECT_EQ(rknn_inputs_set(context, 1, &input) | rknn_run(context, nullptr), 0);
+      ASSERT_EQ(rknn_outputs_get(context, 1, &output, nullptr), 0);
+      EXPECT_EQ(std::memcmp(output.buf, numbers, sizeof(numbers)), 0);
+      EXPECT_EQ(rknn_outputs_release(context, 1, &output) | rknn_destroy(context), 0);
+    }
+  };
+  std::thread other(work, 3.5f);
+  work(-7);
+  other.join();
 }
 
 // ------------------------------------------------------------------------------------- refusals
