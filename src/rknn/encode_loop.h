@@ -7,7 +7,7 @@
 #include <cstdint>
 
 namespace corvane {
-namespace {  // NOLINT(cert-dcl59-cpp)
+namespace {
 
 constexpr std::size_t kBlockPixels = 16;
 

@@ -9,7 +9,7 @@
 #include <cstring>
 
 namespace corvane {
-namespace {  // NOLINT(cert-dcl59-cpp)
+namespace {
 
 // 2^exponent, subnormal results included, also in a thread that flushes them: made of bits.
 inline float PowerOfTwo(int exponent) {
