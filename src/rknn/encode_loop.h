@@ -22,18 +22,18 @@ inline void ForEachBlock(std::size_t pixel_count, std::size_t head, EncodeBlock 
   if (i < pixel_count) encode_block(pixel_count - kBlockPixels);
 }
 
-// Whether for every byte x either x - mean is zero or smallest <= |(x - mean) * scale| <= largest.
+// Whether for every byte x that is not the mean itself smallest <= |(x - mean) * scale| <= largest.
 // The product only grows with the distance from the mean, so the ends and the bytes next to the
 // mean tell. NaNs and infinities answer no.
 inline bool StaysWithin(float mean, float scale, float smallest, float largest) {
-  const int near_mean = !(mean > 1) ? 1 : mean < 254 ? static_cast<int>(mean) : 254;
-  const int bytes[] = {0, near_mean - 1, near_mean, near_mean + 1, 255};
+  const int below_mean = !(mean > 0) ? 0 : mean < 254 ? static_cast<int>(mean) : 254;
+  const int bytes[] = {0, below_mean, below_mean + 1, 255};
   for (const int byte : bytes) {
     const float difference = static_cast<float>(byte) - mean;
     const float product = difference * scale;
     const float magnitude = product < 0 ? -product : product;
     const bool is_inside = magnitude >= smallest && magnitude <= largest;
-    if (!is_inside && !(difference == 0 && magnitude == 0)) return false;
+    if (!is_inside && difference != 0) return false;
   }
   return true;
 }
