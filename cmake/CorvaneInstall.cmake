@@ -1,4 +1,4 @@
-# What cmake --install puts where, in three components:
+# What cmake --install puts where, in components (tools/ adds CorvaneCommon_Tool):
 #   CorvaneCommon_Runtime      the shared library
 #   CorvaneCommon_Development  headers, the CMake package, the pkg-config file
 #   CorvaneCommon_Simulator    the simulated runtime: library, headers, pkg-config file
