@@ -1,0 +1,55 @@
+#!/usr/bin/env python3
+"""One table from the JSON of several Google Benchmark programs: medians of interleaved repetitions.
+
+    benchmarks/table.py FILE.json...
+
+Each row is one operation; behind our own time stands how many times as long each other way takes.
+"""
+import json
+import re
+import sys
+
+OURS = ["corvane", "avx2", "forward", "Corvane", "QueryWithCorvane", "SplitByChar", "portable"]
+NICKNAMES = {"memset_only": "memset", "fill_only": "plain stores", "write_only": "memset",
+             "opencv": "OpenCV", "QueryWithSimpleIni": "SimpleIni", "SplitByStream": "string stream"}
+
+
+def operation_and_way(name):
+    """'warp/640x480/opencv' -> ('warp/640x480', 'opencv'); 'Save<Corvane>/5' -> ('Save/5', 'Corvane')."""
+    template = re.fullmatch(r"(\w+)<(\w+)>(.*)", name)
+    if template:
+        return template[1] + template[3], template[2]
+    split = re.fullmatch(r"(SplitBy\w+)/(.*)", name)
+    if split:
+        return "Split/" + split[2], split[1]
+    operation, way = name.rsplit("/", 1)
+    return operation, way
+
+
+def duration(nanoseconds):
+    for unit in ("ns", "us", "ms"):
+        if nanoseconds < 1000:
+            return f"{nanoseconds:.3g} {unit}"
+        nanoseconds /= 1000
+    return f"{nanoseconds:.3g} s"
+
+
+def main(files):
+    rows = {}
+    factor = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
+    for file in files:
+        for run in json.load(open(file))["benchmarks"]:
+            if run.get("aggregate_name") == "median":
+                operation, way = operation_and_way(re.sub(r"/iterations:\d+", "", run["run_name"]))
+                rows.setdefault(operation, {})[way] = run["cpu_time"] * factor[run["time_unit"]]
+    print("| operation | ours | others, as multiples of ours |\n|---|---|---|")
+    for operation, times in rows.items():
+        ours = next((way for way in OURS if way in times), None)
+        if ours is None:
+            continue
+        others = ", ".join(f"{NICKNAMES.get(way, way)} {time / times[ours]:.2f}"
+                           for way, time in times.items() if way != ours)
+        print(f"| {operation} | {duration(times[ours])} | {others} |")
+
+
+main(sys.argv[1:])
