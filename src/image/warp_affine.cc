@@ -40,19 +40,20 @@ class ColumnTable {
   }
   void Fill(float step) {
     const float units = step * static_cast<float>(kUnitsPerPixel);
-    for (int x = 0; x < width_; ++x) offsets_[x] = RoundToFixed(static_cast<float>(x) * units);
+    for (int x = 0; x < width_; ++x)
+      offsets_.get()[x] = RoundToFixed(static_cast<float>(x) * units);
   }
   const int32_t* data() const { return offsets_.get(); }
-  int32_t operator[](int x) const { return offsets_[x]; }
+  int32_t operator[](int x) const { return data()[x]; }
   int width() const { return width_; }
-  bool IsRising() const { return offsets_[width_ - 1] >= 0; }
+  bool IsRising() const { return data()[width_ - 1] >= 0; }
 
   // The first column that is moved at least this far (without sign), or the width. Walks there from
   // the hint: the answer for the row above is at most a few columns off.
   int FirstMoved(int64_t distance, int hint) const {
     const int sign = IsRising() ? 1 : -1;
-    while (hint > 0 && sign * int64_t{offsets_[hint - 1]} >= distance) --hint;
-    while (hint < width_ && sign * int64_t{offsets_[hint]} < distance) ++hint;
+    while (hint > 0 && sign * int64_t{data()[hint - 1]} >= distance) --hint;
+    while (hint < width_ && sign * int64_t{data()[hint]} < distance) ++hint;
     return hint;
   }
 
