@@ -46,11 +46,9 @@ enum RKNNInputType : int32_t {
   // float(2^fl) * scale follows.
   // A three-channel image without scales is computed in integers: (x - int(mean)) * 2^fl, the low
   // 16 bits, so the fraction of a mean is dropped there (fl = 7, mean 127.5, byte 200: 9344, while
-  // a
-  // gray image gives 9280).
+  // a gray image gives 9280).
   // Any fl is well defined: 2^fl is taken as a float; in the integer rule a left shift of 16 or
-  // more
-  // leaves 0 and a negative fl divides, truncating toward zero.
+  // more leaves 0 and a negative fl divides, truncating toward zero.
   RKNN_INPUT_INT16 = 2,
   // A value of the runtime's own table. Forward prepares no input for it: no message, no run.
   RKNN_INPUT_INT8 = 3,
@@ -63,12 +61,12 @@ enum RKNNInputType : int32_t {
 // Forward never looks at which colour a channel is: both plain colour types keep the channel order
 // of the image, both conversions reverse it.
 enum PixelType : int32_t {
-  PIXEL_RGB = 1,
-  PIXEL_BGR = 2,
-  PIXEL_GRAY = 3,
-  PIXEL_RGBA = 4,  // named, but not accepted by Forward
-  PIXEL_BGR2RGB = 0x10002,
-  PIXEL_RGB2BGR = 0x20001,
+  PIXEL_RGB = 1,            // 3 bytes, order kept
+  PIXEL_BGR = 2,            // 3 bytes, order kept
+  PIXEL_GRAY = 3,           // 1 byte
+  PIXEL_RGBA = 4,           // named, but not accepted by Forward
+  PIXEL_BGR2RGB = 0x10002,  // 3 bytes, order reversed
+  PIXEL_RGB2BGR = 0x20001,  // 3 bytes, order reversed
 };
 
 // One output tensor. Owns its floats; can be moved, not copied. A moved-from record is empty.
@@ -80,6 +78,7 @@ struct OutputTensor {
   int64_t plane_size = 0;            // shape[3] * shape[2], multiplied in 32 bits
   uint64_t count = 0;                // number of floats in data
 
+  // An empty record; one that owns what another owned. What a record held is released.
   OutputTensor() = default;
   OutputTensor(const OutputTensor&) = delete;
   OutputTensor& operator=(const OutputTensor&) = delete;
@@ -91,6 +90,7 @@ struct OutputTensor {
     }
     return *this;
   }
+  // Releases data.
   ~OutputTensor() { delete[] data; }
 
  private:
@@ -112,6 +112,7 @@ struct OutputTensor {
 template <typename T>
 class CORVANE_EXPORT Backend_ {
  public:
+  // For InitBackend. A backend can be neither copied nor moved.
   Backend_() = default;
   Backend_(const Backend_&) = delete;
   Backend_& operator=(const Backend_&) = delete;
@@ -122,8 +123,8 @@ class CORVANE_EXPORT Backend_ {
   // Runs the model on one image and gives one record per model output, in output order.
   //
   // image:      width * height pixels of C bytes (C = 1 for PIXEL_GRAY, else 3), rows packed
-  // without
-  //             padding. Read only, not kept. Null, unless the image is empty: a line, no run.
+  //             without padding. Read only, not kept. Null, unless the image is empty: a line, no
+  //             run.
   // pixel_type: a PixelType. PIXEL_RGBA and values that are none are refused with a line.
   // width,      pixels. Only their product counts. The model's own input size is not compared: the
   // height:     runtime judges that. When width * height * C is negative or above 2^31 - 1, or the
@@ -161,10 +162,9 @@ extern template class CORVANE_EXPORT Backend_<float>;
 // aux_string,
 // aux_strings: stored, not used by this backend. Anything goes.
 // means,       one value per byte of a pixel, in the image's order (also when the pixel type
-// reverses scales:      the channels). A byte x becomes (x - mean) * scale in 32-bit float, one
-// rounding per
-//              step. An empty vector leaves its step out; more values than the image has channels
-//              do no harm, so one backend may serve gray and colour images.
+// scales:      reverses the channels). A byte x becomes (x - mean) * scale in 32-bit float, one
+//              rounding per step. An empty vector leaves its step out; more values than the image
+//              has channels do no harm, so one backend may serve gray and colour images.
 // input_type:  stored as it is; see RKNNInputType. Not changeable later.
 //
 // Writes "loading RKNN model. [file='...']" to standard output. On failure writes the cause and

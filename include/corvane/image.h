@@ -31,26 +31,22 @@ namespace corvane {
 // neighbourhood keeps its value, a sample 1023/1024 of the way from 0 to 255 is 254.
 //
 // border_type -233, transparent: a destination pixel whose four neighbours are not all in the
-// source
-//   keeps its three bytes. So the identity leaves the last column and the last row alone: their
-//   right or lower neighbours are outside. A source one pixel wide or high gives nothing.
+//   source keeps its three bytes. So the identity leaves the last column and the last row alone:
+//   their right or lower neighbours are outside. A source one pixel wide or high gives nothing.
 // Any other border_type, constant: a neighbour outside counts as border_color, of which bits 0-7
-// are
-//   the first byte of a pixel, 8-15 the second, 16-23 the third. The identity copies everything,
-//   the last column and row too (their outside neighbours have weight 0); samples less than a pixel
-//   outside blend into the border, all others are the border.
+//   are the first byte of a pixel, 8-15 the second, 16-23 the third. The identity copies
+//   everything, the last column and row too (their outside neighbours have weight 0); samples less
+//   than a pixel outside blend into the border, all others are the border.
 //
 // src:    3 * src_width * src_height bytes. Only pixels that are sampled are read, none outside.
-// Not
-//         read at all (and may be null) if either extent is 0 or negative: everything is outside
-//         then.
+//         Not read at all (and may be null) if either extent is 0 or negative: everything is
+//         outside then.
 // dst:    3 * dst_width * dst_height bytes, which must not overlap src: pixels already written
-// would
-//         be sampled. Untouched (and may be null) if either extent is 0, or dst_height is negative.
+//         would be sampled. Untouched (and may be null) if either extent is 0, or dst_height is
+//         negative.
 // matrix: six floats, any values. NaN counts as position 0, infinities and values beyond +-2^21
-// pixels
-//         as the ends of that range; the sum of a row's and a column's position wraps at 2^22
-//         pixels.
+//         pixels as the ends of that range; the sum of a row's and a column's position wraps at
+//         2^22 pixels.
 //
 // Exactness: positions are rounded (halves away from zero) to 1/1024 pixel for each column,
 // x * (m0 * 1024), and each row, fma(m1, y, m2) * 1024, in 32-bit float, and added as integers; all

@@ -59,7 +59,7 @@ namespace corvane {
 
 // What the operations that return int report.
 enum IniResult {
-  INI_OK = 0,
+  INI_OK = 0,                      // done
   INI_ERR_NO_CLOSING_BRACKET = 2,  // Load: a header line without "]"
   INI_ERR_EMPTY_SECTION_NAME = 3,  // Load: "[" and "]" with nothing between
   INI_ERR_DUPLICATE_SECTION = 4,   // Load: a header names a section that is there already;
@@ -80,10 +80,10 @@ struct IniFileItem {
 
 // One section. Change its name only to one that no other section of the document has.
 struct IniFileSection {
-  std::string name;          // "" for the nameless section, which has no header line
-  std::string comment;       // the block above the header
-  std::string rightComment;  // behind the header; what follows its "]" otherwise is ignored
-  std::vector<IniFileItem> items;
+  std::string name;                // "" for the nameless section, which has no header line
+  std::string comment;             // the block above the header
+  std::string rightComment;        // behind the header; what follows its "]" otherwise is ignored
+  std::vector<IniFileItem> items;  // in file order
 };
 
 // A document: sections in file order. Can be moved, not copied; a moved-from document is as if new.
@@ -121,6 +121,7 @@ class IniFile {
   // string and bool getters leave *value alone and the number getters set it to 0; the OrDefault
   // forms set it to default_value and still return the code.
 
+  // The value as it stands in the document.
   CORVANE_EXPORT int GetStringValue(const std::string& section, const std::string& key,
                                     std::string* value) const;
   CORVANE_EXPORT void GetStringValueOrDefault(const std::string& section, const std::string& key,
@@ -154,6 +155,7 @@ class IniFile {
   // Appends the names of all sections, in order, and returns the size of *names after that.
   CORVANE_EXPORT int GetSections(std::vector<std::string>* names) const;
   CORVANE_EXPORT int GetSectionNum() const;  // the nameless section included
+  // Whether the section is there; whether it has an item with the key.
   CORVANE_EXPORT bool HasSection(const std::string& section) const;
   CORVANE_EXPORT bool HasKey(const std::string& section, const std::string& key) const;
 
@@ -176,6 +178,7 @@ class IniFile {
   // As "%f": six decimals, however long the text gets (309 digits for the largest double).
   CORVANE_EXPORT int SetDoubleValue(const std::string& section, const std::string& key,
                                     double value);
+  // As "true" or "false".
   CORVANE_EXPORT int SetBoolValue(const std::string& section, const std::string& key, bool value);
 
   // Replaces the comment block (right comment) of the first item with the key, or the section's own

@@ -4,6 +4,7 @@
 #ifndef CORVANE_VERSION_H_
 #define CORVANE_VERSION_H_
 
+// In numbers and as text.
 #define CORVANE_VERSION_MAJOR 0
 #define CORVANE_VERSION_MINOR 6
 #define CORVANE_VERSION_PATCH 6
