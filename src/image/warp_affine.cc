@@ -137,11 +137,11 @@ class Warp {
         has_runs_(source.width > 0 && source.width <= kMaxFastWidth && source.height > 0 &&
                   source.height <= kMaxFastHeight),
         border_(source.border),
-        inside_x_(column_x, 0, Positions(source.width - 1)),
-        inside_y_(column_y, 0, Positions(source.height - 1)),
-        touching_x_(column_x, -kUnitsPerPixel, Positions(source.width + 1)),
-        touching_y_(column_y, -kUnitsPerPixel, Positions(source.height + 1)),
-        short_of_last_x_(column_x, 0, Positions(source.width - 2)) {}
+        inside_x_(column_x, 0, Positions(int64_t{source.width} - 1)),
+        inside_y_(column_y, 0, Positions(int64_t{source.height} - 1)),
+        touching_x_(column_x, -kUnitsPerPixel, Positions(int64_t{source.width} + 1)),
+        touching_y_(column_y, -kUnitsPerPixel, Positions(int64_t{source.height} + 1)),
+        short_of_last_x_(column_x, 0, Positions(int64_t{source.width} - 2)) {}
 
   void Row(int32_t row_x, int32_t row_y, uint8_t* target) {
     const Run all = {0, column_x_.width()};
@@ -177,7 +177,7 @@ class Warp {
   static uint8_t* Pixel(uint8_t* row, int x) { return row + 3 * static_cast<std::ptrdiff_t>(x); }
 
   // How many positions so many pixels have. Not used where it has no meaning (no runs, no pixels).
-  static uint32_t Positions(int pixels) {
+  static uint32_t Positions(int64_t pixels) {
     return pixels > 0 ? static_cast<uint32_t>(pixels) * static_cast<uint32_t>(kUnitsPerPixel) : 0;
   }
 
