@@ -175,29 +175,36 @@ class Reader {
       if (field.IsBytes(tensor_field::kName)) *name = TextOf(field.bytes);
       if (field.IsVarint(tensor_field::kDataType)) type = field.value;
       if (field.IsBytes(tensor_field::kRawData)) raw_bytes = field.bytes.size();
+      // Numbers stand alone or packed; of another wire type they are, to protobuf, no such field.
       const bool is_packed = field.type == WireType::kBytes;
       switch (field.number) {
         case tensor_field::kDims:
         case tensor_field::kInt32Data:
         case tensor_field::kInt64Data:
         case tensor_field::kUint64Data: {
-          uint64_t value = field.value;
-          std::string_view packed = field.bytes;
-          do {
-            if (is_packed && !packed.empty() && !CutVarint(&packed, &value)) {
-              return Refuse("the numbers of a constant are cut off");
-            }
-            if (is_packed && field.bytes.empty()) break;
+          const auto note = [&](uint64_t value) {
             if (field.number == tensor_field::kDims) multiply(value);
             ++counts[field.number];
-          } while (!packed.empty());
+          };
+          if (field.type == WireType::kVarint) note(field.value);
+          for (std::string_view packed = field.bytes; is_packed && !packed.empty();) {
+            uint64_t value = 0;
+            if (!CutVarint(&packed, &value)) {
+              return Refuse("the numbers of a constant are cut off");
+            }
+            note(value);
+          }
           break;
         }
         case tensor_field::kFloatData:
-          counts[field.number] += field.bytes.size() / sizeof(float);
+          if (is_packed || field.type == WireType::kFixed32) {
+            counts[field.number] += field.bytes.size() / sizeof(float);
+          }
           break;
         case tensor_field::kDoubleData:
-          counts[field.number] += field.bytes.size() / sizeof(double);
+          if (is_packed || field.type == WireType::kFixed64) {
+            counts[field.number] += field.bytes.size() / sizeof(double);
+          }
           break;
         case tensor_field::kStringData:
         case tensor_field::kExternalData:

@@ -361,6 +361,9 @@ TEST(SimulatorOnnx, RefusesInOneLine) {
       {input(Value("in", std::vector<int64_t>(17, 1))), "input 'in' has no possible shape"},
       {constant(Tensor("w", {3}, {1, 2})),
        "constant 'w' does not hold the 3 elements of its shape"},
+      {constant(Tensor("w", {3}, {1, 2}) + "\x09"
+                                           "3 as 64b"),  // to protobuf no dimension at all
+       "constant 'w' does not hold the 3 elements of its shape"},
       {constant(Tensor("w", {1, -1}, {1})), "the constant 'w' has no possible shape"},
       {constant(Tensor("w", {1}, 99, "abcd", 4)), "constant 'w' has elements of ONNX type 99"},
       {constant(Tensor("w", {1}, {1}) + Bytes(4, "abcd")), "'w' does not hold the 1 elements"},
