@@ -1,208 +1,353 @@
-// Saving an INI document so that a crash or a power cut leaves the old file or the new one, whole,
-// and so that every failure is reported (IniFile::Save and SaveAs report none).
+// Crash-safe saving of an INI file, for devices that lose power.
 //
-// All of it is inline over IniFile::SaveAs; the library exports nothing for it. Linux only.
+//   corvane::IniFile config;
+//   ...
+//   const corvane::IniSaveResult saved = corvane::SaveIniFile(config, "/etc/camera.ini");
+//   if (saved != corvane::INI_SAVE_OK) std::fprintf(stderr, "not saved: %d, %m\n", saved);
+//
+// IniFile::SaveAs empties the file and then writes, and reports nothing. SaveIniFile has SaveAs
+// write a new file beside the old one, proves that it is whole, brings it to the disk, and only
+// then renames it over the old one: at any time, also after a crash or a power cut, the path leads
+// to the whole old file or to the whole new one.
+//
+// How it is proved. SaveAs writes the document a second time, into an anonymous file in memory.
+// SaveIniFile writes one byte behind that text, and compares both texts byte for byte. Hence:
+//   - a full disk, a quota, an I/O error or a lack of descriptors leaves the file other than the
+//     text in memory;
+//   - what cuts both alike, a limit on file sizes (RLIMIT_FSIZE), refuses the byte behind, too. A
+//     document must therefore be smaller than the limit, not as large. (Without a handler for
+//     SIGXFSZ, or SIG_IGN, the system ends a process that writes beyond the limit.)
+//   - what the system can write to the disk only later, it reports to fsync.
+// Not seen would be two failures that pass: one of the disk and one of the memory, cutting at the
+// same byte, and the latter gone when the byte behind is written.
+//
+// The file's identity:
+//   - Symbolic links are followed, up to 40, also to a file that does not exist yet; they stay.
+//     Other hard links to the old file keep the old content.
+//   - A new file gets the mode that the umask leaves of 0666. An old one's mode is kept; its owner
+//     and group are kept as far as the process may set them, and where it may not, the bits
+//     S_ISUID, S_ISGID and S_ISVTX are dropped. Access control lists and other extended attributes
+//     are not carried over.
+//   - The directory must allow reading, writing and searching. Write permission on the file itself
+//     is not asked for: it is replaced, not written to.
+//
+// The temporary file is called ".ini_save." and 16 hexadecimal digits, is never a file that was
+// there before, and is readable by its owner alone while it replaces a file. It is written through
+// its descriptor (/proc/self/fd), never looked up by its name, so that no link put in its place can
+// misdirect SaveAs. That nobody but trusted users can rename files in the directory (it is theirs,
+// or sticky as /tmp) is assumed: whoever can, can replace the target itself. A crash can leave a
+// temporary file; it may be deleted while no save is running.
+//
+// Needed: Linux 3.17 and /proc. Everything is inline; the calling program needs nothing more than
+// libCorvaneCommon. The disk must have room for both files.
+//
+// Threads and processes: calls on different documents, also with the same path, may run at once;
+// the last to finish wins. The document itself is only read. File permissions or links that someone
+// changes during the call may be lost.
 #ifndef CORVANE_INI_SAVE_H_
 #define CORVANE_INI_SAVE_H_
 
-#include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <string>
 
 #include "corvane/ini_file.h"
 
 namespace corvane {
 
-// What SaveIniFile returns. errno says more, where the system had a reason.
+// What SaveIniFile reports. errno tells the reason of a failure.
+//
+// With all but INI_SAVE_OK and INI_SAVE_ERR_SYNC_DIRECTORY, the old file is untouched, or there is
+// still none. The temporary file is removed in any case.
 enum IniSaveResult {
-  INI_SAVE_OK = 0,               // the new file is in place, and so it stays after a power cut
-  INI_SAVE_ERR_PATH = 1,         // no path, links in a circle, or something that is no regular file
-  INI_SAVE_ERR_CREATE = 2,       // no temporary file beside the target: no such folder, no right
-  INI_SAVE_ERR_WRITE = 3,        // not written whole: the disk is full, or a limit was met
-  INI_SAVE_ERR_CHECK = 4,        // cannot tell whether it was written whole: no memfd or no /proc
-  INI_SAVE_ERR_PERMISSIONS = 5,  // the target's permissions cannot be given to the new file
-  INI_SAVE_ERR_SYNC = 6,         // the new file did not reach the disk
-  INI_SAVE_ERR_RENAME = 7,       // the new file could not take the target's place
-  INI_SAVE_ERR_SYNC_FOLDER = 8   // the new file is in place, but a power cut may bring the old back
+  INI_SAVE_OK = 0,               // the new file is there, and on the disk
+  INI_SAVE_ERR_PATH = 1,         // the path is empty, too long, or ends with "/"
+  INI_SAVE_ERR_LINK = 2,         // a loop or too many links, one that the system does not let
+                                 // the process follow, or one to a file without a name
+  INI_SAVE_ERR_DIRECTORY = 3,    // the directory is missing, or may not be read or searched
+  INI_SAVE_ERR_NOT_REGULAR = 4,  // the path leads to a directory, a device, a pipe, ...
+  INI_SAVE_ERR_MEMORY_FILE = 5,  // no file in memory: no memory or descriptor left, no /proc, or
+                                 // Linux is older than 3.17
+  INI_SAVE_ERR_LIMIT = 6,        // the file in memory may not be as large as the document
+  INI_SAVE_ERR_CREATE = 7,       // no new file in the directory: no permission, space or
+                                 // descriptor, a read-only file system, ...
+  INI_SAVE_ERR_WRITE = 8,        // the new file could not be written whole: the disk is full, ...
+  INI_SAVE_ERR_PERMISSIONS = 9,  // the new file cannot have the old one's mode
+  INI_SAVE_ERR_SYNC = 10,        // the new file could not be brought to the disk
+  INI_SAVE_ERR_RENAME = 11,      // the new file could not replace the old one
+  INI_SAVE_ERR_SYNC_DIRECTORY = 12  // the whole new file is there, but after a power cut it may be
+                                    // the whole old one again; the file system may not be able to
+                                    // promise more
 };
 
-// What SaveIniFile is made of; not for use by others.
+// The parts of SaveIniFile; not for other use.
 namespace ini_save_detail {
 
+// The call's result, which is negative on failure; repeated while a signal interrupts it.
+template <typename Call>
+auto Retry(Call call) -> decltype(call()) {
+  decltype(call()) result;
+  do {
+    result = call();
+  } while (result < 0 && errno == EINTR);
+  return result;
+}
+
+// An open file, or none; closed at the end, with errno left alone.
 class Descriptor {
  public:
-  explicit Descriptor(int fd) : fd_(fd) {}
+  // Takes what open returned.
+  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  // Linux has released the descriptor even where close was interrupted: there is no second try.
+  ~Descriptor() {
+    const int reason = errno;
+    if (IsOpen()) close(descriptor_);
+    errno = reason;
+  }
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    const int saved_errno = errno;
-    if (fd_ >= 0) close(fd_);
-    errno = saved_errno;
-  }
-  int get() const { return fd_; }
+
+  // False after a failed open.
+  bool IsOpen() const { return descriptor_ >= 0; }
+  // The number, for system calls.
+  int get() const { return descriptor_; }
+  // The path by which this process can open the same file again, whatever happens to its name.
+  std::string Path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
 
  private:
-  int fd_;
+  int descriptor_;
 };
 
-// The temporary file, gone with its owner unless it has become the target.
-class TemporaryName {
- public:
-  TemporaryName() : is_there_(false) {}
+// A name in a directory that is removed at the end, unless it was given to another file.
+struct TemporaryName {
+  // No such file yet.
+  explicit TemporaryName(int directory_descriptor)
+      : directory(directory_descriptor), name(".ini_save.0123456789abcdef"), exists(false) {}
+  ~TemporaryName() {
+    const int reason = errno;
+    if (exists) Retry([this] { return unlinkat(directory, name.c_str(), 0); });
+    errno = reason;
+  }
   TemporaryName(const TemporaryName&) = delete;
   TemporaryName& operator=(const TemporaryName&) = delete;
-  ~TemporaryName() {
-    const int saved_errno = errno;
-    if (is_there_) unlink(path_.c_str());
-    errno = saved_errno;
-  }
-  // Opens a new file beside the target: exclusively, so that nobody else's is touched.
-  int Create(const std::string& target, mode_t mode) {
+
+  // Creates and opens a file under a name that no file has. Allocates nothing: once the file is
+  // there, nothing may fail before it has an owner.
+  int Create(mode_t mode) {
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    std::uint64_t number = static_cast<std::uint64_t>(now.tv_sec) * 1000000000u +
+                           static_cast<std::uint64_t>(now.tv_nsec);
+    number ^= static_cast<std::uint64_t>(getpid()) << 40;
     for (int attempt = 0; attempt < 1000; ++attempt) {
-      char suffix[48];
-      std::snprintf(suffix, sizeof(suffix), ".%ld-%d.new", static_cast<long>(getpid()), attempt);
-      path_ = target + suffix;
-      const int fd = open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode);
-      is_there_ = fd >= 0;
-      if (is_there_ || (errno != EEXIST && errno != EINTR)) return fd;
+      number = number * 6364136223846793005u + 1442695040888963407u;
+      for (unsigned digit = 0; digit < 16; ++digit) {
+        name[name.size() - 1 - digit] = "0123456789abcdef"[(number >> (4 * digit)) & 15];
+      }
+      const int descriptor = Retry([this, mode] {
+        return openat(directory, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+      });
+      exists = descriptor >= 0;
+      if (exists || errno != EEXIST) return descriptor;
     }
     return -1;
   }
-  const std::string& path() const { return path_; }
-  void HasMoved() { is_there_ = false; }
 
- private:
-  std::string path_;
-  bool is_there_;
+  const int directory;  // the descriptor; the caller's
+  std::string name;     // in the directory
+  bool exists;          // whether there is something to remove
 };
 
-inline std::string FolderOf(const std::string& path) {
-  const std::string::size_type slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return path.substr(0, slash == 0 ? 1 : slash);
+// An empty file in memory.
+inline int CreateMemoryFile() {
+#ifdef SYS_memfd_create
+  const unsigned close_on_exec = 1;
+  return static_cast<int>(syscall(SYS_memfd_create, "corvane_ini_save", close_on_exec));
+#else
+  errno = ENOSYS;
+  return -1;
+#endif
 }
 
-// Follows the links of the last component, a dangling one too: the file that is to be replaced.
-inline bool FollowLinks(std::string* path) {
-  for (int links = 0; links < 40; ++links) {
+// What the path leads to when every link at its end is followed; such a file need not exist.
+inline IniSaveResult FollowLinks(const std::string& path, std::string* target) {
+  *target = path.c_str();  // the system's view of a path with a NUL
+  for (int links = 0; links <= 40; ++links) {
     char text[4096];
-    const ssize_t length = readlink(path->c_str(), text, sizeof(text));
-    if (length < 0) return errno == EINVAL || errno == ENOENT;  // no link, or nothing there yet
-    if (length == static_cast<ssize_t>(sizeof(text))) break;
-    const std::string link(text, static_cast<std::string::size_type>(length));
-    *path = !link.empty() && link[0] == '/' ? link : FolderOf(*path) + "/" + link;
+    const ssize_t size = Retry([&] { return readlink(target->c_str(), text, sizeof text); });
+    if (size < 0) {
+      if (errno == EINVAL || errno == ENOENT) return INI_SAVE_OK;  // no link; nothing at all
+      if (errno == ENAMETOOLONG) return INI_SAVE_ERR_PATH;
+      return errno == ELOOP ? INI_SAVE_ERR_LINK : INI_SAVE_ERR_DIRECTORY;
+    }
+    if (static_cast<std::size_t>(size) == sizeof text) {
+      errno = ENAMETOOLONG;
+      return INI_SAVE_ERR_LINK;
+    }
+    // A relative link starts where it stands. (No "/": npos + 1 is 0.)
+    target->resize(text[0] == '/' ? 0 : target->rfind('/') + 1);
+    target->append(text, static_cast<std::size_t>(size));
   }
   errno = ELOOP;
-  return false;
+  return INI_SAVE_ERR_LINK;
 }
 
-inline bool Sync(int fd) {
-  int result = 0;
-  do result = fsync(fd);
-  while (result != 0 && errno == EINTR);
-  return result == 0;
+// Looks at the file to be replaced: name in directory, which the path was found to lead to. Without
+// such a file, *exists is false.
+inline IniSaveResult LookAtTarget(const std::string& path, int directory, const std::string& name,
+                                  struct stat* target, bool* exists) {
+  // The system itself goes there first: it refuses some links (in sticky directories), and
+  // links in /proc lead to files that have no name.
+  struct stat seen = {};
+  const bool is_seen = Retry([&] { return stat(path.c_str(), &seen); }) == 0;
+  if (!is_seen && errno != ENOENT) {
+    return errno == ENAMETOOLONG ? INI_SAVE_ERR_PATH : INI_SAVE_ERR_LINK;
+  }
+  if (is_seen && !S_ISREG(seen.st_mode)) {
+    errno = S_ISDIR(seen.st_mode) ? EISDIR : EINVAL;
+    return INI_SAVE_ERR_NOT_REGULAR;
+  }
+  *exists =
+      Retry([&] { return fstatat(directory, name.c_str(), target, AT_SYMLINK_NOFOLLOW); }) == 0;
+  if (!*exists) {
+    if (errno == ENAMETOOLONG) return INI_SAVE_ERR_PATH;
+    if (errno != ENOENT) return INI_SAVE_ERR_DIRECTORY;
+    return is_seen ? INI_SAVE_ERR_LINK : INI_SAVE_OK;
+  }
+  if (S_ISREG(target->st_mode)) return INI_SAVE_OK;
+  errno = EINVAL;
+  return INI_SAVE_ERR_NOT_REGULAR;
 }
 
-// Whether both hold the same bytes.
-inline bool HoldTheSame(int fd, int other_fd) {
-  struct stat status = {}, other_status = {};
-  if (fstat(fd, &status) != 0 || fstat(other_fd, &other_status) != 0) return false;
-  if (status.st_size != other_status.st_size) return false;
-  char bytes[4096], other_bytes[4096];
-  for (off_t at = 0; at < status.st_size;) {
-    const ssize_t count = pread(fd, bytes, sizeof(bytes), at);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    for (ssize_t got = 0; got < count;) {
-      const ssize_t more = pread(other_fd, other_bytes + got, static_cast<std::size_t>(count - got),
-                                 at + static_cast<off_t>(got));
-      if (more < 0 && errno == EINTR) continue;
-      if (more <= 0) return false;
-      got += more;
-    }
-    if (std::memcmp(bytes, other_bytes, static_cast<std::size_t>(count)) != 0) return false;
-    at += static_cast<off_t>(count);
+// Has SaveAs write the document into the empty file in memory; *size is the text's.
+inline IniSaveResult WriteToMemory(const IniFile& document, const Descriptor& memory, off_t* size) {
+  // What no document's text is, as every line ends with a line break: it stays where SaveAs cannot
+  // open the file.
+  const char unwritten = '?';
+  if (Retry([&] { return pwrite(memory.get(), &unwritten, 1, 0); }) != 1) return INI_SAVE_ERR_LIMIT;
+  document.SaveAs(memory.Path());
+  struct stat written = {};
+  if (fstat(memory.get(), &written) != 0) return INI_SAVE_ERR_MEMORY_FILE;
+  *size = written.st_size;
+  char first = 0;
+  if (*size == 1 && Retry([&] { return pread(memory.get(), &first, 1, 0); }) == 1 &&
+      first == unwritten) {
+    const Descriptor again(
+        Retry([&] { return open(memory.Path().c_str(), O_WRONLY | O_CLOEXEC); }));
+    if (again.IsOpen()) errno = EAGAIN;
+    return INI_SAVE_ERR_MEMORY_FILE;
+  }
+  const bool more_fits = Retry([&] { return pwrite(memory.get(), "", 1, *size); }) == 1;
+  return more_fits ? INI_SAVE_OK : INI_SAVE_ERR_LIMIT;
+}
+
+// Whether the file has exactly this size, and the same text as the first bytes of the other.
+inline bool IsSameText(int file, int other, off_t size) {
+  struct stat written = {};
+  if (fstat(file, &written) != 0 || written.st_size != size) return false;
+  char text[4096];
+  char other_text[4096];
+  for (off_t at = 0; at < size;) {
+    const std::size_t rest = static_cast<std::size_t>(size - at);
+    const std::size_t wanted = rest < sizeof text ? rest : sizeof text;
+    const ssize_t got = Retry([&] { return pread(file, text, wanted, at); });
+    if (got <= 0) return false;
+    const std::size_t count = static_cast<std::size_t>(got);
+    const ssize_t other_got = Retry([&] { return pread(other, other_text, count, at); });
+    if (other_got != got || std::memcmp(text, other_text, count) != 0) return false;
+    at += got;
   }
   return true;
 }
 
-// Whether fd holds all of the document: compared with a second copy, in memory. A limit on the size
-// of files cuts both alike, so one byte more must have found room in the copy, too.
-inline int CheckWhole(const IniFile& document, int fd) {
-  const Descriptor copy(static_cast<int>(syscall(SYS_memfd_create, "ini", 1U)));  // close on exec
-  if (copy.get() < 0) return INI_SAVE_ERR_CHECK;
-  char path[40];
-  std::snprintf(path, sizeof(path), "/proc/self/fd/%d", copy.get());
-  if (access(path, W_OK) != 0) return INI_SAVE_ERR_CHECK;
-  document.SaveAs(path);
-  if (!HoldTheSame(fd, copy.get())) return INI_SAVE_ERR_WRITE;
-  const off_t end = lseek(copy.get(), 0, SEEK_END);
-  return pwrite(copy.get(), "", 1, end) == 1 ? INI_SAVE_OK : INI_SAVE_ERR_WRITE;
+// Gives the file the owner and the mode; the owner only where the process may.
+inline bool SetPermissions(int file, const struct stat& wanted) {
+  struct stat now = {};
+  if (fstat(file, &now) != 0) return false;
+  mode_t mode = wanted.st_mode & 07777;
+  if (now.st_uid != wanted.st_uid || now.st_gid != wanted.st_gid) {
+    const uid_t keep = static_cast<uid_t>(-1);
+    if (Retry([&] { return fchown(file, wanted.st_uid, wanted.st_gid); }) != 0) {
+      const bool has_group = Retry([&] { return fchown(file, keep, wanted.st_gid); }) == 0;
+      if (!has_group || now.st_uid != wanted.st_uid) mode &= 0777;
+    }
+    if (fstat(file, &now) != 0) return false;
+  }
+  // Not asked for without need: FAT refuses.
+  return (now.st_mode & 07777) == mode || Retry([&] { return fchmod(file, mode); }) == 0;
 }
 
 }  // namespace ini_save_detail
 
-// Writes document to path as SaveAs does, but safely: to a temporary file beside the target, which
-// is checked to be whole, synced to the disk and renamed over the target; then the folder is
-// synced.
+// Saves the document to path: either wholly, which is INI_SAVE_OK, or not at all.
 //
-// Whatever happens, and whenever the power goes, path is the old file or the whole new one. On any
-// result but INI_SAVE_OK and INI_SAVE_ERR_SYNC_FOLDER the old file is untouched and the temporary
-// one removed; only a crash in between may leave that behind (named like the target with
-// ".PID-N.new").
-//
-// A symbolic link stays one: the file that it leads to is replaced. The new file has the
-// permissions of the old one, and its owner and group where the process may give them; where there
-// was none, those of a new file (0666 less the umask). Other hard links of the old file keep the
-// old content.
-//
-// The folder must be one in which nobody untrusted can rename files: the temporary file is created
-// exclusively, but SaveAs opens it once more by name.
-//
-// Throws std::bad_alloc like SaveAs; the old file is untouched then and nothing is left behind. A
-// file of exactly the size limit of the process (RLIMIT_FSIZE) counts as not written whole.
-// Threads: as IniFile; savers of one path, also of several processes, leave one of their files
-// whole.
-inline int SaveIniFile(const IniFile& document, const std::string& path) {
-  namespace detail = ini_save_detail;
-  errno = 0;
-  std::string target = path;
-  if (target.empty() || !detail::FollowLinks(&target)) return INI_SAVE_ERR_PATH;
-  struct stat old = {};
-  const bool has_old = stat(target.c_str(), &old) == 0;
-  if (has_old && !S_ISREG(old.st_mode)) return INI_SAVE_ERR_PATH;
+// std::bad_alloc: the old file is untouched, and nothing is left behind.
+inline IniSaveResult SaveIniFile(const IniFile& document, const std::string& path) {
+  using namespace ini_save_detail;  // NOLINT(google-build-using-namespace)
 
-  detail::TemporaryName temporary;
-  // What was private must not be readable by others while it is written.
-  const detail::Descriptor file(temporary.Create(target, has_old ? 0600 : 0666));
-  if (file.get() < 0) return INI_SAVE_ERR_CREATE;
-  document.SaveAs(temporary.path());
-  const int whole = detail::CheckWhole(document, file.get());
-  if (whole != INI_SAVE_OK) return whole;
-
-  if (has_old) {
-    // Only root may give files away; for others the owner becomes theirs, as with any new file.
-    const bool is_same_owner = fchown(file.get(), old.st_uid, old.st_gid) == 0;
-    const mode_t kept = is_same_owner ? 07777 : 0777;
-    if (fchmod(file.get(), old.st_mode & kept) != 0) return INI_SAVE_ERR_PERMISSIONS;
+  std::string target;
+  const IniSaveResult followed = FollowLinks(path, &target);
+  if (followed != INI_SAVE_OK) return followed;
+  const std::string::size_type name_at = target.rfind('/') + 1;
+  const std::string name = target.substr(name_at);
+  if (name.empty()) {
+    errno = target.empty() ? ENOENT : EISDIR;
+    return INI_SAVE_ERR_PATH;
   }
-  if (!detail::Sync(file.get())) return INI_SAVE_ERR_SYNC;
-  if (rename(temporary.path().c_str(), target.c_str()) != 0) return INI_SAVE_ERR_RENAME;
-  temporary.HasMoved();
+  const std::string folder = name_at == 0 ? "." : target.substr(0, name_at);
+  const Descriptor directory(
+      Retry([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  if (!directory.IsOpen()) return INI_SAVE_ERR_DIRECTORY;
 
-  const detail::Descriptor folder(
-      open(detail::FolderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  // Some file systems know no sync of a folder; they say so by EINVAL.
-  if (folder.get() < 0 || (!detail::Sync(folder.get()) && errno != EINVAL)) {
-    return INI_SAVE_ERR_SYNC_FOLDER;
+  struct stat wanted = {};
+  bool replaces = false;
+  const IniSaveResult looked = LookAtTarget(path, directory.get(), name, &wanted, &replaces);
+  if (looked != INI_SAVE_OK) return looked;
+
+  const Descriptor memory(Retry(CreateMemoryFile));
+  if (!memory.IsOpen()) return INI_SAVE_ERR_MEMORY_FILE;
+  off_t size = 0;
+  const IniSaveResult remembered = WriteToMemory(document, memory, &size);
+  if (remembered != INI_SAVE_OK) return remembered;
+
+  // This descriptor is older than every write to the file: fsync tells it of all their failures.
+  TemporaryName temporary(directory.get());
+  const Descriptor file(temporary.Create(replaces ? 0600 : 0666));
+  if (!file.IsOpen()) return INI_SAVE_ERR_CREATE;
+  struct stat created = {};
+  if (fstat(file.get(), &created) != 0) return INI_SAVE_ERR_CREATE;
+  if (!replaces) wanted = created;
+  // An umask can take the owner's own rights, which SaveAs needs.
+  if ((created.st_mode & 0600) != 0600 && Retry([&] { return fchmod(file.get(), 0600); }) != 0) {
+    return INI_SAVE_ERR_PERMISSIONS;
   }
-  return INI_SAVE_OK;
+
+  document.SaveAs(file.Path());
+  if (!IsSameText(file.get(), memory.get(), size)) {
+    // SaveAs kept the reason; another write at the end meets it again.
+    const off_t end = lseek(file.get(), 0, SEEK_END);
+    if (Retry([&] { return pwrite(file.get(), "", 1, end); }) == 1) errno = EIO;
+    return INI_SAVE_ERR_WRITE;
+  }
+  if (!SetPermissions(file.get(), wanted)) return INI_SAVE_ERR_PERMISSIONS;
+  if (Retry([&] { return fsync(file.get()); }) != 0) return INI_SAVE_ERR_SYNC;
+
+  if (Retry([&] {
+        return renameat(directory.get(), temporary.name.c_str(), directory.get(), name.c_str());
+      }) != 0) {
+    return INI_SAVE_ERR_RENAME;
+  }
+  temporary.exists = false;
+  const bool is_lasting = Retry([&] { return fsync(directory.get()); }) == 0;
+  return is_lasting ? INI_SAVE_OK : INI_SAVE_ERR_SYNC_DIRECTORY;
 }
 
 }  // namespace corvane
