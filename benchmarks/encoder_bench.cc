@@ -1,6 +1,6 @@
-// The encoders by every usable set of loops, beside OpenCV on one thread and beside the time that
-// writing the output alone takes: by memset, the widest stores there are, and by a plain loop of
-// stores. Names are operation/size/who.
+// The encoders by every usable set of loops, beside OpenCV on one thread, beside libyuv and beside
+// the time that writing the output alone takes: by memset, the widest stores there are, and by a
+// plain loop of stores. libyuv does less: it has no means. Names are operation/size/who.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -15,6 +15,9 @@
 #if defined(CORVANE_BENCH_OPENCV)
 #include <opencv2/core.hpp>
 #include <opencv2/dnn.hpp>
+#endif
+#if defined(CORVANE_BENCH_LIBYUV)
+#include <libyuv/planar_functions.h>
 #endif
 
 namespace {
@@ -66,7 +69,7 @@ void Register(const std::string& name, Size size, int channels, Operation<Elemen
 template <class Element>
 void RegisterAll(const char* operation, Size size, int channels,
                  std::function<void(const corvane::EncodeKernels&, Work<Element>&)> encode,
-                 Operation<Element> opencv) {
+                 Operation<Element> opencv, Operation<Element> libyuv) {
   const std::string name = std::string(operation) + '/' + std::to_string(size.width) + 'x' +
                            std::to_string(size.height) + 'x' + std::to_string(channels) + '/';
   for (const corvane::EncodeKernels* const* set = corvane::UsableKernels(); *set != nullptr;
@@ -81,6 +84,7 @@ void RegisterAll(const char* operation, Size size, int channels,
     std::fill_n(work.planes.get(), work.count, Element{1});
   });
   if (opencv) Register<Element>(name + "opencv", size, channels, opencv);
+  if (libyuv) Register<Element>(name + "libyuv", size, channels, libyuv);
 }
 
 #if defined(CORVANE_BENCH_OPENCV)
@@ -120,6 +124,40 @@ const Operation<uint16_t> kBlobToHalf;
 const Operation<int16_t> kSplitToInt16;
 #endif
 
+#if defined(CORVANE_BENCH_LIBYUV)
+// Calls convert(bytes, plane, count) for each channel, which libyuv takes apart first.
+template <class Element, class Convert>
+void SplitByLibyuv(Work<Element>& work, Convert convert) {
+  const int count = static_cast<int>(work.pixel_count);
+  if (work.image.channels == 1) return convert(work.pixels.get(), work.planes.get(), count);
+  static std::vector<uint8_t> bytes;
+  bytes.resize(work.count);
+  uint8_t* const planes[] = {&bytes[0], &bytes[work.pixel_count], &bytes[2 * work.pixel_count]};
+  libyuv::SplitRGBPlane(work.pixels.get(), 0, planes[0], 0, planes[1], 0, planes[2], 0, count, 1);
+  for (int c = 0; c < 3; ++c) convert(planes[c], work.planes.get() + c * work.pixel_count, count);
+}
+const Operation<float> kYuvToFloat = [](Work<float>& work) {
+  SplitByLibyuv(work, [](const uint8_t* bytes, float* plane, int count) {
+    libyuv::ByteToFloat(bytes, plane, 1 / 128.0F, count);
+  });
+};
+const Operation<uint16_t> kYuvToHalf = [](Work<uint16_t>& work) {
+  SplitByLibyuv(work, [](const uint8_t* bytes, uint16_t* plane, int count) {
+    libyuv::Convert8To16Plane(bytes, 0, plane, 0, 256, count, 1);
+    libyuv::HalfFloatPlane(plane, 0, plane, 0, 1 / 128.0F, count, 1);
+  });
+};
+const Operation<int16_t> kYuvToInt16 = [](Work<int16_t>& work) {
+  SplitByLibyuv(work, [](const uint8_t* bytes, int16_t* plane, int count) {
+    libyuv::Convert8To16Plane(bytes, 0, reinterpret_cast<uint16_t*>(plane), 0, 1 << 15, count, 1);
+  });
+};
+#else
+const Operation<float> kYuvToFloat;
+const Operation<uint16_t> kYuvToHalf;
+const Operation<int16_t> kYuvToInt16;
+#endif
+
 void RegisterSize(Size size, int channels) {
   using corvane::EncodeKernels;
   RegisterAll<float>(
@@ -127,26 +165,26 @@ void RegisterSize(Size size, int channels) {
       [](const EncodeKernels& kernels, Work<float>& work) {
         EncodeFloat32(kernels, work.image, {kMeans, kScales}, work.planes.get());
       },
-      kBlobFromImage);
+      kBlobFromImage, kYuvToFloat);
   RegisterAll<uint16_t>(
       "float16", size, channels,
       [](const EncodeKernels& kernels, Work<uint16_t>& work) {
         EncodeFloat16(kernels, work.image, {kMeans, kScales}, work.planes.get());
       },
-      kBlobToHalf);
+      kBlobToHalf, kYuvToHalf);
   RegisterAll<int16_t>(
       "dfp16", size, channels,
       [](const EncodeKernels& kernels, Work<int16_t>& work) {
         EncodeDfp16(kernels, work.image, {kMeans, kScales}, 14, work.planes.get());
       },
-      kSplitToInt16);
+      kSplitToInt16, kYuvToInt16);
   if (channels != 3) return;
   RegisterAll<int16_t>(
       "dfp16_integers", size, channels,
       [](const EncodeKernels& kernels, Work<int16_t>& work) {
         EncodeDfp16(kernels, work.image, {kMeans, nullptr}, 7, work.planes.get());
       },
-      kSplitToInt16);
+      kSplitToInt16, kYuvToInt16);
 }
 
 }  // namespace
