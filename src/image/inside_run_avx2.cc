@@ -23,7 +23,8 @@ inline __m128i LoadPairs(const uint8_t* first, const uint8_t* second) {
 }
 
 // Four pixels: 0 and 1 in the low half, 2 and 3 in the high one.
-inline __m256i LoadPairs4(const uint8_t* row, int32_t at0, int32_t at1, int32_t at2, int32_t at3) {
+inline __m256i LoadPairs4(const uint8_t* row, uint32_t at0, uint32_t at1, uint32_t at2,
+                          uint32_t at3) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(LoadPairs(row + at0, row + at1)),
                                  LoadPairs(row + at2, row + at3), 1);
 }
@@ -68,6 +69,18 @@ inline __m256i Fractions(__m256i positions) {
   return _mm256_slli_epi32(_mm256_and_si256(positions, _mm256_set1_epi32(1023)), 5);
 }
 
+// By twos: transfers to the integer registers are what the loop waits for (a tenth of its time).
+inline void GetOffsets(__m256i offsets, uint32_t (&at)[kInsideRunBlock]) {
+  const __m128i low = _mm256_castsi256_si128(offsets);
+  const __m128i high = _mm256_extracti128_si256(offsets, 1);
+  const long long twos[] = {_mm_cvtsi128_si64(low), _mm_extract_epi64(low, 1),
+                            _mm_cvtsi128_si64(high), _mm_extract_epi64(high, 1)};
+  for (int i = 0; i < kInsideRunBlock; i += 2) {
+    at[i] = static_cast<uint32_t>(twos[i / 2]);
+    at[i + 1] = static_cast<uint32_t>(static_cast<uint64_t>(twos[i / 2]) >> 32);
+  }
+}
+
 inline void WarpBlock(const InsideRun& run) {
   const __m256i position_x = Positions(run.column_x, run.row_x);
   const __m256i position_y = Positions(run.column_y, run.row_y);
@@ -77,8 +90,8 @@ inline void WarpBlock(const InsideRun& run) {
   const __m256i row = _mm256_srli_epi32(position_y, 10);
   const __m256i offset = _mm256_madd_epi16(_mm256_or_si256(column, _mm256_slli_epi32(row, 16)),
                                            _mm256_set1_epi32(run.source_stride << 16 | 3));
-  alignas(32) int32_t at[kInsideRunBlock];
-  _mm256_store_si256(reinterpret_cast<__m256i*>(at), offset);
+  uint32_t at[kInsideRunBlock];
+  GetOffsets(offset, at);
 
   const __m256i fraction_x = Fractions(position_x);
   const __m256i fraction_y = Fractions(position_y);

@@ -286,7 +286,8 @@ bool BackendRKNN::PrepareAndRun(const uint8_t* image, int pixel_type, int width,
   const std::size_t pixel_count =
       PixelCount(width, height, channels, kInputForms[input_type_].element_bytes);
   const std::size_t element_count = pixel_count * static_cast<std::size_t>(channels);
-  if (image == nullptr && element_count > 0) {
+  const bool reads_image = element_count > 0 && (is_planar || channels == 3);
+  if (image == nullptr && reads_image) {
     CORVANE_REPORT("ERROR: no image. [image=null, width=%d, height=%d]\n", width, height);
     return false;
   }
