@@ -10,8 +10,9 @@ import re
 import sys
 
 OURS = ["corvane", "avx2", "forward", "Corvane", "QueryWithCorvane", "SplitByChar", "portable"]
-NICKNAMES = {"memset_only": "memset", "fill_only": "plain stores", "write_only": "memset",
-             "opencv": "OpenCV", "QueryWithSimpleIni": "SimpleIni", "SplitByStream": "string stream"}
+NICKNAMES = {"opencv": "OpenCV", "libyuv": "libyuv", "SimpleIni": "SimpleIni", "QueryWithSimpleIni": "SimpleIni",
+             "SplitByStream": "string stream", "kernel": "kernel", "memset_only": "memset", "write_only": "memset",
+             "fill_only": "plain stores", "portable": "portable"}  # in the order of the table
 
 
 def operation_and_way(name):
@@ -24,6 +25,10 @@ def operation_and_way(name):
         return "Split/" + split[2], split[1]
     operation, way = name.rsplit("/", 1)
     return operation, way
+
+
+def natural(name):
+    return [int(part) if part.isdigit() else part for part in re.split(r"(\d+)", name)]
 
 
 def duration(nanoseconds):
@@ -43,12 +48,13 @@ def main(files):
                 operation, way = operation_and_way(re.sub(r"/iterations:\d+", "", run["run_name"]))
                 rows.setdefault(operation, {})[way] = run["cpu_time"] * factor[run["time_unit"]]
     print("| operation | ours | others, as multiples of ours |\n|---|---|---|")
-    for operation, times in rows.items():
+    for operation in sorted(rows, key=natural):
+        times = rows[operation]
         ours = next((way for way in OURS if way in times), None)
         if ours is None:
             continue
-        others = ", ".join(f"{NICKNAMES.get(way, way)} {time / times[ours]:.2f}"
-                           for way, time in times.items() if way != ours)
+        others = ", ".join(f"{nickname} {times[way] / times[ours]:.2f}"
+                           for way, nickname in NICKNAMES.items() if way in times and way != ours)
         print(f"| {operation} | {duration(times[ours])} | {others} |")
 
 
