@@ -32,8 +32,8 @@ IniFileSection* FindSection(const Sections& sections, const std::string& name) {
 
 // The text of a block of whole lines, all comments or blank, each trimmed.
 std::string CommentText(Slice lines) {
+  if (lines.empty()) return std::string();  // as with most items
   std::string text(lines.begin, lines.end);
-  if (text.empty()) return text;
   // In place, as most blocks are the same trimmed.
   char* out = &text[0];
   Slice rest{out, out + text.size()};
