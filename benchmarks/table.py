@@ -11,8 +11,8 @@ import sys
 
 OURS = ["corvane", "avx2", "forward", "Corvane", "QueryWithCorvane", "SplitByChar", "portable"]
 NICKNAMES = {"opencv": "OpenCV", "libyuv": "libyuv", "SimpleIni": "SimpleIni", "QueryWithSimpleIni": "SimpleIni",
-             "SplitByStream": "string stream", "kernel": "kernel", "memset_only": "memset", "write_only": "memset",
-             "fill_only": "plain stores", "portable": "portable"}  # in the order of the table
+             "SplitByStream": "string stream", "SplitByOffsets": "copies alone", "kernel": "kernel",
+             "memset_only": "memset", "write_only": "memset", "fill_only": "plain stores", "portable": "portable"}  # in the order of the table
 
 
 def operation_and_way(name):
