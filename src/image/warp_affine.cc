@@ -150,11 +150,14 @@ class Warp {
       return;
     }
     const int last = all.end - 1;
-    if (IsInside(X(row_x, 0), Y(row_y, 0)) && IsInside(X(row_x, last), Y(row_y, last))) {
+    const bool all_inside_x = IsInsideX(X(row_x, 0)) && IsInsideX(X(row_x, last));
+    const bool all_inside_y = IsInsideY(Y(row_y, 0)) && IsInsideY(Y(row_y, last));
+    if (all_inside_x && all_inside_y) {
       InsidePixels(all, row_x, row_y, target);
       return;
     }
-    const Run inside = Intersect(inside_x_.Find(row_x), inside_y_.Find(row_y));
+    const Run inside = Intersect(all_inside_x ? all : inside_x_.Find(row_x),
+                                 all_inside_y ? all : inside_y_.Find(row_y));
     Run rest = inside;
     if (!is_transparent_) {
       rest = FindTouching(inside, row_x, row_y);
@@ -181,11 +184,9 @@ class Warp {
     return pixels > 0 ? static_cast<uint32_t>(pixels) * static_cast<uint32_t>(kUnitsPerPixel) : 0;
   }
 
-  // Pixels all of whose neighbours are in the source.
-  bool IsInside(int32_t x, int32_t y) const {
-    return IsWithin(x, 0, Positions(source_.width - 1)) &&
-           IsWithin(y, 0, Positions(source_.height - 1));
-  }
+  // Pixels all of whose neighbours are in the source, along either axis.
+  bool IsInsideX(int32_t x) const { return IsWithin(x, 0, Positions(source_.width - 1)); }
+  bool IsInsideY(int32_t y) const { return IsWithin(y, 0, Positions(source_.height - 1)); }
 
   // Pixels at least one of whose neighbours is in the source: up to a pixel further on each side.
   bool IsTouching(int32_t x, int32_t y) const {
@@ -212,6 +213,11 @@ class Warp {
   }
 
   void PlainPixels(Run run, int32_t row_x, int32_t row_y, uint8_t* target) const {
+    if (!run.IsEmpty()) PlainPixelsOf(run, row_x, row_y, target);
+  }
+  // One copy of this long loop, not one for each caller: small first-level caches are full soon.
+  __attribute__((noinline)) void PlainPixelsOf(Run run, int32_t row_x, int32_t row_y,
+                                               uint8_t* target) const {
     for (int x = run.begin; x < run.end; ++x) {
       WarpPixel(source_, is_transparent_, X(row_x, x), Y(row_y, x), Pixel(target, x));
     }
