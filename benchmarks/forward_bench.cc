@@ -1,6 +1,7 @@
-// The whole Forward call beside its kernel alone (into a buffer that is reused), to see what the
-// call adds: allocations, records, the lock, the runtime's entry points. The simulated runtime
-// returns one constant output and is told to spare its checks. Names are forward/kind/size/who.
+// The public call, Forward, beside its kernel alone (into a buffer that is reused), which shows
+// what the call adds: allocations, records, the lock, the runtime. Beside them the peers, and the
+// time that writing the input alone takes. The simulated runtime returns one constant output and is
+// told to spare its checks. Names are forward/kind/size/who.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,27 +11,27 @@
 #include <string>
 #include <vector>
 
+#include "benchmarks/input_peers.h"
 #include "control.h"
 #include "corvane/backend.h"
 #include "src/rknn/input_encoder.h"
 
 namespace {
 
-struct Size {
-  uint32_t width, height;
-};
-constexpr Size kSizes[] = {{32, 32},   {112, 112},   {320, 320},
-                           {640, 640}, {1920, 1080}, {2560, 1440}};
-const std::vector<float> kMeans = {127.5F, 127.5F, 127.5F},
-                         kScales = {1 / 128.0F, 1 / 128.0F, 1 / 128.0F};
+using namespace corvane_bench;  // NOLINT(google-build-using-namespace)
 
-std::unique_ptr<corvane::Backend_<float>> MakeBackend(Size size, corvane::RKNNInputType kind) {
+constexpr Size kSizes[] = {{32, 32},   {112, 112},   {224, 224},  {320, 320},
+                           {640, 640}, {1920, 1080}, {2560, 1440}};
+
+std::unique_ptr<corvane::Backend_<float>> MakeBackend(Size size, corvane::RKNNInputType kind,
+                                                      bool has_scales) {
   rknn_sim::Reset();
   rknn_sim::Model model;
   rknn_tensor_type native = kind == corvane::RKNN_INPUT_FLOAT16 ? RKNN_TENSOR_FLOAT16
                             : kind == corvane::RKNN_INPUT_INT16 ? RKNN_TENSOR_INT16
                                                                 : RKNN_TENSOR_FLOAT32;
-  model.inputs.push_back(rknn_sim::MakeTensor({size.width, size.height, 3, 1}, native, 14));
+  model.inputs.push_back(rknn_sim::MakeTensor(
+      {static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height), 3, 1}, native, 7));
   model.outputs.push_back(rknn_sim::MakeTensor({128}));
   model.outputs[0].values = {0.5F};
   rknn_sim::SetModel(model);
@@ -46,7 +47,9 @@ std::unique_ptr<corvane::Backend_<float>> MakeBackend(Size size, corvane::RKNNIn
       dup(STDOUT_FILENO);  // the table goes there, "loading RKNN model." must not
   const int nowhere = open("/dev/null", O_WRONLY);
   dup2(nowhere, STDOUT_FILENO);
-  auto backend = corvane::InitBackend(path, "", {}, kMeans, kScales, kind);
+  auto backend = corvane::InitBackend(
+      path, "", {}, {kMeans, kMeans + 3},
+      has_scales ? std::vector<float>(kScales, kScales + 3) : std::vector<float>(), kind);
   dup2(saved_stdout, STDOUT_FILENO);
   close(saved_stdout);
   close(nowhere);
@@ -54,44 +57,63 @@ std::unique_ptr<corvane::Backend_<float>> MakeBackend(Size size, corvane::RKNNIn
   return backend;
 }
 
-template <class Element, class Encode>
-void Register(const char* name, Size size, corvane::RKNNInputType kind, Encode encode) {
-  const std::string prefix = std::string("forward/") + name + '/' + std::to_string(size.width) +
-                             'x' + std::to_string(size.height) + '/';
-  const std::size_t pixel_count = std::size_t{size.width} * size.height;
-  benchmark::RegisterBenchmark((prefix + "kernel").c_str(), [=](benchmark::State& state) {
-    const std::vector<uint8_t> image(3 * pixel_count, 99);
-    std::vector<Element> planes(3 * pixel_count);
-    for (auto unused : state) {
-      (void)unused;
-      encode({image.data(), pixel_count, 3, false}, {kMeans.data(), kScales.data()}, planes.data());
-      benchmark::ClobberMemory();
-    }
-  });
+template <class Element>
+struct Operations {
+  const char* name;
+  corvane::RKNNInputType kind;
+  bool has_scales;
+  Operation<Element> kernel, opencv, libyuv;
+};
+
+template <class Element>
+void RegisterAll(Size size, const Operations<Element>& operations) {
+  const std::string prefix = std::string("forward/") + operations.name + '/' +
+                             std::to_string(size.width) + 'x' + std::to_string(size.height) + '/';
+  const auto kind = operations.kind;
+  const bool has_scales = operations.has_scales;
   benchmark::RegisterBenchmark((prefix + "forward").c_str(), [=](benchmark::State& state) {
-    const std::vector<uint8_t> image(3 * pixel_count, 99);
-    const auto backend = MakeBackend(size, kind);
+    const Work<Element> work(size, 3);
+    const auto backend = MakeBackend(size, kind, has_scales);
     std::vector<corvane::OutputTensor> outputs;
     for (auto unused : state) {
       (void)unused;
-      backend->Forward(image.data(), corvane::PIXEL_RGB, static_cast<int>(size.width),
-                       static_cast<int>(size.height), &outputs);
+      backend->Forward(work.pixels.get(), corvane::PIXEL_RGB, size.width, size.height, &outputs);
       benchmark::ClobberMemory();
     }
     if (outputs.empty() || outputs[0].data[0] != 0.5F) state.SkipWithError("the model did not run");
   });
+  Register<Element>(prefix + "kernel", size, 3, operations.kernel);
+  RegisterMemset<Element>(prefix + "memset_only", size, 3);
+  if (operations.opencv) Register<Element>(prefix + "opencv", size, 3, operations.opencv);
+  if (operations.libyuv) Register<Element>(prefix + "libyuv", size, 3, operations.libyuv);
+}
+
+template <class Element, class Encode>
+Operation<Element> Kernel(Encode encode, const float* scales = kScales) {
+  return [=](Work<Element>& work) { encode(work.image, {kMeans, scales}, work.planes.get()); };
+}
+
+void EncodeFixedPoint(const corvane::InputImage& image, const corvane::Normalisation& normalisation,
+                      int16_t* planes) {
+  corvane::EncodeDfp16(image, normalisation, 7, planes);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
+  UseOneThread();
   for (const Size size : kSizes) {
-    Register<float>("float32", size, corvane::RKNN_INPUT_FLOAT32, corvane::EncodeFloat32);
-    Register<uint16_t>("float16", size, corvane::RKNN_INPUT_FLOAT16, corvane::EncodeFloat16);
-    Register<int16_t>("int16", size, corvane::RKNN_INPUT_INT16,
-                      [](const corvane::InputImage& image, const corvane::Normalisation& norm,
-                         int16_t* planes) { corvane::EncodeDfp16(image, norm, 14, planes); });
+    RegisterAll<float>(size, {"float32", corvane::RKNN_INPUT_FLOAT32, true,
+                              Kernel<float>(corvane::EncodeFloat32), kBlobFromImage, kYuvToFloat});
+    RegisterAll<uint16_t>(size,
+                          {"float16", corvane::RKNN_INPUT_FLOAT16, true,
+                           Kernel<uint16_t>(corvane::EncodeFloat16), kBlobToHalf, kYuvToHalf});
+    RegisterAll<int16_t>(size, {"int16", corvane::RKNN_INPUT_INT16, true,
+                                Kernel<int16_t>(EncodeFixedPoint), kSplitToInt16, kYuvToInt16});
+    RegisterAll<int16_t>(size,
+                         {"int16_integers", corvane::RKNN_INPUT_INT16, false,
+                          Kernel<int16_t>(EncodeFixedPoint, nullptr), kSplitToInt16, kYuvToInt16});
   }
   benchmark::RunSpecifiedBenchmarks();
 }
