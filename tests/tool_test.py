@@ -337,7 +337,10 @@ class ToolTest(unittest.TestCase):
             images = json.load(file)["images"]
         self.assertEqual([("error" in image, image["file"]) for image in images],
                          [(False, "picture.png"), (True, "missing.png"), (False, 'a"b\\\u00fc\ufffd\u0001.png')])
-        reader, terminal = pty.openpty()
+        try:
+            reader, terminal = pty.openpty()
+        except OSError as reason:  # a bare container
+            self.skipTest(f"the progress bar is not seen: {reason}")
         subprocess.run(command, cwd=self.folder.name, stdout=subprocess.DEVNULL, stderr=terminal, check=False)
         os.close(terminal)
         self.assertIn(b"] 2 of 3", os.read(reader, 10000))
