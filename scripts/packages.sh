@@ -27,8 +27,8 @@ ensure_packages() {
 packages_build=(g++ cmake ninja-build)
 packages_tool=(libcli11-dev libpng-dev libjpeg62-turbo-dev libopencv-dnn-dev)  # OpenCV runs ONNX models
 packages_test=(libgtest-dev libgmock-dev pkg-config python3 "${packages_tool[@]}")
-packages_cross=(g++-aarch64-linux-gnu qemu-user googletest pkg-config)
+packages_cross=(g++-aarch64-linux-gnu qemu-user googletest pkg-config git)
 packages_board=(g++-aarch64-linux-gnu)
 packages_clang=(clang libclang-rt-14-dev)
-packages_lint=(clang-format clang-tidy clang)
+packages_lint=(clang-format clang-tidy clang git)
 packages_docs=(doxygen git python3)
