@@ -123,22 +123,24 @@ class CORVANE_EXPORT Backend_ {
   // Runs the model on one image and gives one record per model output, in output order.
   //
   // image:      width * height pixels of C bytes (C = 1 for PIXEL_GRAY, else 3), rows packed
-  //             without padding. Read only, not kept. Null, unless the image is empty: a line, no
-  //             run.
+  //             without padding. Read only, not kept. Where there are pixels to read, null is
+  //             reported by a line and not run.
   // pixel_type: a PixelType. PIXEL_RGBA and values that are none are refused with a line.
   // width,      pixels. Only their product counts. The model's own input size is not compared: the
   // height:     runtime judges that. When width * height * C is negative or above 2^31 - 1, or the
   //             input would be 4 GiB or larger, the call throws std::bad_array_new_length before it
   //             reads the image (for the kinds that make a buffer: all but RKNN_INPUT_INT8).
   // outputs:    what it held is released first, so one vector may serve frame after frame. The
-  //             records are there after every call, also a failed one. Null: a line, nothing else.
+  //             records are there after every call, also a failed one (but those that memory ran
+  //             out for). Null: a line, nothing else.
   //
-  // Failures, each one line on standard error and no run: a refused pixel type; a gray image with
-  // RKNN_INPUT_UINT8; means or scales that are not empty but shorter than C (judged for the kinds
-  // that read them); a model that has not exactly one input. Without any line: RKNN_INPUT_INT8 and
-  // values outside RKNNInputType. In all of these, and when an exception leaves the call, the
-  // records' floats are 0. When the runtime itself fails there is a line with its (negative) code
-  // and the floats are undefined. Positive codes of the runtime count as success.
+  // Failures, each one line on standard error and no run. The first that applies is reported: a
+  // model that has not exactly one input; a refused pixel type; means or scales that are not empty
+  // but shorter than C (judged for the kinds that read them); a gray image with RKNN_INPUT_UINT8;
+  // no image. Without any line: RKNN_INPUT_INT8 and values outside RKNNInputType, once the pixel
+  // type has been accepted. In all of these, and when an exception leaves the call, the records'
+  // floats are 0. When the runtime itself fails there is a line with its (negative) code and the
+  // floats are undefined. Positive codes of the runtime count as success.
   //
   // Exceptions: std::bad_alloc, std::bad_array_new_length, std::system_error from the lock; in all
   // of them the lock is free afterwards and nothing has leaked.
@@ -169,8 +171,8 @@ extern template class CORVANE_EXPORT Backend_<float>;
 //
 // Writes "loading RKNN model. [file='...']" to standard output. On failure writes the cause and
 // "failed to initialize RKNN backend. [model_path='...']" to standard error and throws
-// std::runtime_error("failed to initialize RKNN backend."). Throws std::bad_alloc when memory runs
-// out. Nothing is kept in either case.
+// std::runtime_error("failed to initialize RKNN backend."), for which the caller includes
+// <stdexcept>. Throws std::bad_alloc when memory runs out. Nothing is kept in either case.
 //
 // May be called from any thread, also at the same time.
 CORVANE_EXPORT std::unique_ptr<Backend_<float>> InitBackend(

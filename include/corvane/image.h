@@ -44,9 +44,9 @@ namespace corvane {
 // dst:    3 * dst_width * dst_height bytes, which must not overlap src: pixels already written
 //         would be sampled. Untouched (and may be null) if either extent is 0, or dst_height is
 //         negative.
-// matrix: six floats, any values. NaN counts as position 0, infinities and values beyond +-2^21
-//         pixels as the ends of that range; the sum of a row's and a column's position wraps at
-//         2^22 pixels.
+// matrix: six floats, any values (not read, and may be null, if dst is untouched). NaN counts as
+//         position 0, infinities and values beyond +-2^21 pixels as the ends of that range; the sum
+//         of a row's and a column's position wraps at 2^22 pixels.
 //
 // Exactness: positions are rounded (halves away from zero) to 1/1024 pixel for each column,
 // x * (m0 * 1024), and each row, fma(m1, y, m2) * 1024, in 32-bit float, and added as integers; all
@@ -57,7 +57,8 @@ namespace corvane {
 // slowly; pixels beyond the reach of a position (2^21) are never sampled.
 //
 // Throws std::bad_alloc, before anything is written, when the two tables of dst_width 32-bit
-// entries cannot be had, and when dst_width is negative.
+// entries cannot be had (also where dst_height leaves nothing to write), and when dst_width is
+// negative.
 CORVANE_EXPORT void warpaffine_bilinear_c3(const uint8_t* src, int src_width, int src_height,
                                            uint8_t* dst, int dst_width, int dst_height,
                                            const float* matrix, int border_type,
