@@ -96,6 +96,11 @@ inline uint8x8x3_t WarpedBlock(const InsideRun& run) {
   return pixels;
 }
 
+inline uint8x16x3_t Join(uint8x8x3_t first, uint8x8x3_t second) {
+  return {{vcombine_u8(first.val[0], second.val[0]), vcombine_u8(first.val[1], second.val[1]),
+           vcombine_u8(first.val[2], second.val[2])}};
+}
+
 }  // namespace
 
 void WarpInsideRunNeon(const InsideRun& whole) {
@@ -105,8 +110,7 @@ void WarpInsideRunNeon(const InsideRun& whole) {
   for (; run.count >= 2 * kInsideRunBlock; run = Behind(run, 2 * kInsideRunBlock)) {
     const uint8x8x3_t first = WarpedBlock(run);
     const uint8x8x3_t second = WarpedBlock(Behind(run, kInsideRunBlock));
-    vst3_u8(run.target, first);
-    vst3_u8(run.target + 3 * kInsideRunBlock, second);
+    vst3q_u8(run.target, Join(first, second));
   }
   while (run.count > 0) {
     if (run.count < kInsideRunBlock) run = Behind(run, run.count - kInsideRunBlock);
