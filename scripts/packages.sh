@@ -1,4 +1,14 @@
-# Sourced by the other scripts: installs what is missing, by Debian package name.
+# Sourced by the other scripts: their help, and installing what is missing, by Debian package name.
+
+# show_help SCRIPT ARGUMENT: for -h and --help prints the comment at the head of the script, and ends it.
+show_help() {
+  case "${2-}" in
+    -h | --help)
+      sed -n '2,/^[^#]/{s/^# \{0,1\}//p}' "$1"
+      exit 0
+      ;;
+  esac
+}
 
 # ensure_packages NAME...: installs those of the packages that are not there yet.
 ensure_packages() {

@@ -12,7 +12,7 @@
 //   EXPECT_EQ(rknn_sim::Calls().back().function, rknn_sim::Function::kDestroy);
 //   EXPECT_EQ(rknn_sim::MisuseCount(), 0u);
 //
-// Without a script a model's bytes decide: see payload_model.h for the text that makes a model.
+// Without a script a model's bytes decide: docs/simulator.md has the text that makes a model.
 //
 // A misuse of the runtime is refused with the vendor's code and one line on standard error,
 //   rknn simulator: FUNCTION: what it got; wanted ... [ret=CODE]

@@ -30,9 +30,8 @@ build_by_cmake() {
 # build_by_pkg_config MODULE [FLAG...]; PKG_CONFIG_* say where.
 build_by_pkg_config() {
   local flags
-  flags=$(pkg-config --cflags --libs "$1")
-  # shellcheck disable=SC2086
-  quietly "$cxx" -std=c++11 "${@:2}" "$consumer/consumer.cc" $flags -o "$scratch/program"
+  eval "flags=($(pkg-config --cflags --libs "$1"))"  # it quotes for a shell
+  quietly "$cxx" -std=c++11 "${@:2}" "$consumer/consumer.cc" "${flags[@]}" -o "$scratch/program"
 }
 
 # run_program [LIBRARY_PATH]
