@@ -144,6 +144,7 @@ class ToolTest(unittest.TestCase):
             (["model.onnx", "--type", "int16", "--fl", "7x"], "--fl: '7x'"),
             (["model.onnx", "--mean", "1,,2"], "--mean: ''"),
             (["model.onnx", "--mean", "1,2,"], "--mean: ''"),
+            (["model.onnx", "--mean", "1,2"], "--mean: 2 numbers"),
             (["model.onnx", "--scale", "nan"], "--scale: 'nan'"),
             (["model.onnx", "-o", "no/folder/x.bin"], "no/folder/x.bin: "),
         ]:
@@ -265,7 +266,7 @@ class ToolTest(unittest.TestCase):
             (inputs("kind = float32"), "[input] pixel_type"),
             (ini(modle=["file = x"]), "run.ini: [modle]: unknown section"),
             (ini(model=["file = model.bin", "flie = x"]), "run.ini: [model] flie: unknown setting"),
-            ("file = model.bin\n" + ini(), "run.ini: [] file: unknown setting"),
+            ("file = model.bin\n" + ini(), "run.ini: file: stands before the first section"),
             (inputs("kind = float32", "kind = float32", "pixel_type = RGB"), "run.ini: [input] kind: given twice"),
             (inputs("kind = float32", "oops"), "run.ini: a line without '=', after [input] kind"),
             (ini() + "[model]\n", "second time"),
@@ -281,7 +282,7 @@ class ToolTest(unittest.TestCase):
             (ini(landmarks=["picture.png = 1,2,3"]), "[landmarks] picture.png: 3 numbers"),
             (ini(landmarks=["picture.png = 1,2,1,2,1,2,1,2,1,2"]), "picture.png: no face can be aligned"),
             (ini(landmarks=["picture.png = " + ",".join(map(str, FACE))]), "112 x 112"),
-            (ini(model=["file = missing.bin"]), "missing.bin: not loaded"),
+            (ini(model=["file = missing.bin"]), "missing.bin: No such file"),
             (ini(model=["file = run.ini"]), "run.ini: not loaded: rknn_init: RKNN_ERR_MODEL_INVALID (-6)"),
             (inputs("kind = float32", "pixel_type = GRAY"), "GRAY"),
             # The runtime's own refusal of a run, which the library tells only in a line.
@@ -289,7 +290,7 @@ class ToolTest(unittest.TestCase):
         ]:
             self.write("run.ini", text)
             self.corvane("run", "-c", "run.ini", "picture.png", status=1, says=says)
-        self.corvane("run", "-c", "missing.ini", "picture.png", status=1, says="missing.ini: cannot be opened")
+        self.corvane("run", "-c", "missing.ini", "picture.png", status=1, says="missing.ini: No such file")
         self.model("input a float32 1x3x2x4\ninput b float32 1x3x2x4\noutput c float32 1\n", "two.bin")
         self.write("run.ini", ini())
         self.corvane("run", "-c", "run.ini", "--model", "two.bin", "picture.png", status=1, says="two.bin: 2 inputs")
@@ -321,6 +322,42 @@ class ToolTest(unittest.TestCase):
                          says=[name + ": ", says])
         self.corvane("align", "cut.png", "--landmarks", ",".join(map(str, FACE)), "-o", "x.png", status=1, says="cut.png")
         self.assertFalse(os.path.exists(self.path("x.png")))
+
+    def test_a_failed_or_mistaken_output_costs_no_file(self):
+        self.echo()
+        self.write("model.onnx", ONNX)
+        self.picture(name="a.png")
+        self.picture(name="a.face.png")
+        os.symlink("a.png", self.path("link.png"))
+        marks = ",".join(map(str, FACE))
+        run = ["run", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB", "a.png", "a.face.png"]
+
+        def state():
+            files = {name: os.stat(self.path(name)) for name in os.listdir(self.folder.name)}
+            return {name: (stat.st_ino, stat.st_size, stat.st_mtime_ns) for name, stat in files.items()}
+
+        before = state()
+        for command, name in [(["align", "a.png", "--landmarks", marks, "-o", "./a.png"], "./a.png"),
+                              (["align", "a.png", "--landmarks", marks, "-o", "link.png"], "link.png"),
+                              (["align", "a.png", "--landmarks", marks, "-o", "x.jpg"], "x.jpg"),
+                              (["pack", "model.onnx", "-o", "model.onnx"], "model.onnx"),
+                              ([*run, "--json", "model.bin"], "model.bin"),
+                              ([*run, "--output", "."], "./a.face.png")]:
+            self.corvane(*command, status=1, says=name + ": ")
+        # The system takes 100 bytes of a file and no more.
+        pack = [CORVANE, "pack", "--raw", "a.png", "-o", "model.bin"]
+        limited = ("import resource, subprocess; resource.setrlimit(resource.RLIMIT_FSIZE, (100, 100)); "
+                   f"raise SystemExit(subprocess.call({pack!r}, restore_signals=False))")
+        done = subprocess.run([sys.executable, "-c", limited], cwd=self.folder.name, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.PIPE, check=False)
+        self.assertEqual((done.returncode, done.stderr), (1, b"corvane: model.bin: File too large\n"))
+        self.assertEqual(state(), before)
+        os.chmod(self.path("model.bin"), 0o640)
+        os.symlink("model.bin", self.path("model.link"))
+        self.corvane("pack", "model.onnx", "-o", "model.link")
+        self.assertEqual(os.stat(self.path("model.bin")).st_mode & 0o777, 0o640)
+        self.assertTrue(os.path.islink(self.path("model.link")))
+        self.assertEqual(os.stat(self.path("model.bin")).st_size, len(PREFIX + ONNX))
 
     def test_one_bad_picture_of_several_costs_only_itself(self):
         self.echo()
@@ -362,7 +399,8 @@ class ToolTest(unittest.TestCase):
 
     def test_command_line(self):
         self.corvane(status=2)
-        self.corvane("fly", status=2)
+        self.corvane("fly", status=2, says="'fly'")
+        self.corvane("run", "--bogus", status=2, says="'--bogus'")
         self.corvane("run", status=2)
         self.corvane("align", "x.png", "-o", "y.png", status=2, says="--landmarks")
         self.assertEqual(self.corvane("--version")[0], "0.6.6.dev\n")
@@ -370,12 +408,29 @@ class ToolTest(unittest.TestCase):
         with open("/dev/full", "wb") as full:
             self.assertEqual(subprocess.call([CORVANE, "--version"], stdout=full, stderr=subprocess.DEVNULL), 1)
 
-    def test_swapped_landmarks_are_pointed_out(self):
-        self.picture(120, 120)
+    def test_doubtful_landmarks_and_pictures_are_pointed_out(self):
         swapped = FACE[2:4] + FACE[0:2] + FACE[4:6] + FACE[8:10] + FACE[6:8]
-        for points, warned in [(FACE, False), (swapped, True)]:
-            _, err = self.corvane("align", "picture.png", "--landmarks", ",".join(map(str, points)), "-o", "face.png")
-            self.assertEqual("swapped" in err, warned)
+        outside = [x - 300 for x in FACE]
+        self.picture(120, 120)
+        for order, code in [("little", b"II*\0"), ("big", b"MM\0*")]:
+            entries = [(0x0100, 3, 1, 4), (0x0112, 3, 1, 6)]
+            tiff = code + (8).to_bytes(4, order) + len(entries).to_bytes(2, order)
+            for tag, kind, count, value in entries:
+                tiff += (tag.to_bytes(2, order) + kind.to_bytes(2, order) + count.to_bytes(4, order) +
+                         value.to_bytes(2, order) + b"\0\0")
+            exif = b"Exif\0\0" + tiff
+            for name, content in [(order, exif), (order + "_cut", exif[:-8])]:
+                self.write(name + ".jpg", JPEG[:2] + b"\xff\xe1" + struct.pack(">H", len(content) + 2) + content + JPEG[2:])
+        for picture, points, warning in [("picture.png", FACE, ""), ("picture.png", swapped, "swapped"),
+                                         ("picture.png", outside, "no landmark lies inside the picture of 120 x 120"),
+                                         ("little.jpg", outside, "EXIF orientation 6"),
+                                         ("big.jpg", outside, "EXIF orientation 6")]:
+            _, err = self.corvane("align", picture, "--landmarks", ",".join(map(str, points)), "-o", "face.png")
+            self.assertIn(warning, err)
+            self.assertEqual(err == "", warning == "")
+        for order in "little", "big":
+            _, err = self.corvane("align", order + "_cut.jpg", "--landmarks", ",".join(map(str, FACE)), "-o", "face.png")
+            self.assertNotIn("EXIF", err)
 
     def test_quick_start(self):
         photo = os.path.join(EXAMPLES, "portrait.png")

@@ -1,13 +1,19 @@
 #include <cstdio>
+#include <filesystem>
 
 #include "tools/commands.h"
 #include "tools/face.h"
+#include "tools/failure.h"
+#include "tools/files.h"
 #include "tools/image_io.h"
 #include "tools/settings.h"
 
 namespace corvane_tool {
 
 int Align(const AlignOptions& options) {
+  CheckIsNoInput(options.output, {options.image});
+  const std::string end = std::filesystem::path(options.output).extension().string();
+  if (end == ".jpg" || end == ".jpeg") throw Failure(options.output + ": PNG is what is written");
   const Landmarks landmarks = ParseLandmarks("--landmarks", options.landmarks);
   const Image picture = ReadImage(options.image);
   double fit_error = 0;

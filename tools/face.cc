@@ -41,6 +41,15 @@ Image AlignedFace(const std::string& path, const Image& picture, const Landmarks
         "of the mouth that are further left in the picture come first\n",
         path.c_str());
   }
+  bool is_any_inside = false;
+  for (std::size_t i = 0; i < l.size(); i += 2) {
+    is_any_inside |= l[i] >= 0 && l[i] < static_cast<float>(picture.width) && l[i + 1] >= 0 &&
+                     l[i + 1] < static_cast<float>(picture.height);
+  }
+  if (!is_any_inside) {
+    std::fprintf(stderr, "corvane: %s: no landmark lies inside the picture of %d x %d pixels\n",
+                 path.c_str(), picture.width, picture.height);
+  }
   return Warped(picture, matrix, kFaceSize, kFaceSize);
 }
 

@@ -13,8 +13,8 @@ constexpr int kFaceSize = 112;
 
 // The face that the landmarks show, upright, 112 x 112; black where it reaches out of the picture.
 // *fit_error is the distance between fitted and wanted landmarks in its pixels. path names the
-// picture in messages; landmarks that look as if left and right were swapped are warned about on
-// standard error.
+// picture in messages; landmarks that look as if left and right were swapped, or all lie outside of
+// the picture, are warned about on standard error.
 Image AlignedFace(const std::string& path, const Image& picture, const Landmarks& landmarks,
                   double* fit_error);
 

@@ -11,8 +11,11 @@ namespace corvane_tool {
 
 std::vector<uint8_t> ReadFile(const std::string& path);
 
-// Nothing half-written stays behind: on failure the file is removed.
+// Replaces the file when all of it has been written: a failure leaves the old one.
 void WriteFile(const std::string& path, const void* bytes, std::size_t count);
+
+// Fails if the output is one of the inputs, also by another path. Inputs may be empty.
+void CheckIsNoInput(const std::string& output, const std::vector<std::string>& inputs);
 
 // Makes the folder and those above it, where they are missing.
 void MakeFolder(const std::string& path);

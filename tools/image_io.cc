@@ -103,10 +103,40 @@ bool StartJpeg(const std::vector<uint8_t>& bytes, JpegDecoder* decoder) {
   if (setjmp(decoder->errors.leave) != 0) return false;
   jpeg_create_decompress(&decoder->info);
   jpeg_mem_src(&decoder->info, bytes.data(), static_cast<unsigned long>(bytes.size()));
+  jpeg_save_markers(&decoder->info, JPEG_APP0 + 1, 0xFFFF);  // EXIF
   jpeg_read_header(&decoder->info, TRUE);
   decoder->info.out_color_space = JCS_RGB;
   jpeg_calc_output_dimensions(&decoder->info);
   return true;
+}
+
+// EXIF's orientation, 1 to 8; 1 where there is none.
+unsigned Orientation(const jpeg_decompress_struct& info) {
+  constexpr char kExif[] = "Exif\0";  // and one more zero
+  constexpr unsigned kOrientationTag = 0x0112;
+  const jpeg_marker_struct* marker = info.marker_list;
+  while (marker != nullptr &&
+         (marker->data_length < 14 || std::memcmp(marker->data, kExif, sizeof(kExif)) != 0)) {
+    marker = marker->next;
+  }
+  if (marker == nullptr) return 1;
+  const uint8_t* const tiff = marker->data + sizeof(kExif);
+  const std::size_t size = marker->data_length - sizeof(kExif);
+  const auto number = [&](std::size_t at, std::size_t bytes) {
+    std::size_t value = 0;
+    for (std::size_t i = 0; i < bytes && at + i < size; ++i) {
+      value |= std::size_t{tiff[at + i]} << 8 * (tiff[0] == 'M' ? bytes - 1 - i : i);
+    }
+    return value;
+  };
+  const std::size_t directory = number(4, 4);
+  for (std::size_t i = 0; i < number(directory, 2); ++i) {
+    const std::size_t entry = directory + 2 + 12 * i;
+    if (number(entry, 2) != kOrientationTag) continue;
+    const std::size_t orientation = number(entry + 8, 2);
+    return orientation >= 1 && orientation <= 8 ? static_cast<unsigned>(orientation) : 1;
+  }
+  return 1;
 }
 
 bool FinishJpeg(JpegDecoder* decoder, Image* image) {
@@ -127,6 +157,17 @@ Image DecodeJpeg(const std::string& path, const std::vector<uint8_t>& bytes) {
   Image image;
   bool done = StartJpeg(bytes, &decoder);
   if (done) {
+    const J_COLOR_SPACE colours = decoder.info.jpeg_color_space;
+    if (colours == JCS_CMYK || colours == JCS_YCCK) {
+      throw Failure(path + ": a CMYK JPEG; gray and RGB ones can be read");
+    }
+    const unsigned orientation = Orientation(decoder.info);
+    if (orientation != 1) {
+      std::fprintf(stderr,
+                   "corvane: %s: is stored turned (EXIF orientation %u) and read as it is stored: "
+                   "landmarks and model must suit that\n",
+                   path.c_str(), orientation);
+    }
     TakeSize(path, decoder.info.output_width, decoder.info.output_height, &image);
     done = FinishJpeg(&decoder, &image);
   }

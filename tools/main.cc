@@ -2,6 +2,8 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
 #include "corvane/util.h"
 #include "tools/commands.h"
@@ -45,9 +47,10 @@ void AddRun(CLI::App* app, corvane_tool::RunOptions* options) {
   run->add_option("images", options->images, "PNG or JPEG files")->required();
   run->add_option("-c,--config", options->config, "The settings file; options below override it");
   run->add_option("--model", options->model, "The model file");
-  run->add_option("--kind", options->kind, "The form of the model's input");
+  run->add_option("--kind", options->kind,
+                  "The form of the model's input: float32, float16, int16, uint8");
   run->add_option("--pixel-type", options->pixel_type,
-                  "The byte order in which the picture is handed over");
+                  "How the picture is handed over: RGB, BGR, GRAY, BGR2RGB, RGB2BGR");
   run->add_option("--means", options->means,
                   "Taken off each byte of a pixel, e.g. 127.5,127.5,127.5");
   run->add_option("--scales", options->scales, "Multiplied after the means");
@@ -86,6 +89,13 @@ int Dispatch(int argc, char** argv) {
   AddAlign(&app, &align);
   try {
     app.parse(argc, argv);
+  } catch (const CLI::RequiredError& error) {
+    // What was not understood is more often the cause than what is then missing.
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (unknown.empty()) return app.exit(error) == 0 ? 0 : kBadCommandLine;
+    std::fprintf(stderr, "corvane: '%s' is not understood here; see corvane --help\n",
+                 unknown.front().c_str());
+    return kBadCommandLine;
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kBadCommandLine;
   }

@@ -18,6 +18,24 @@ bool IsTensorType(const std::string& name) {
          name == "int16";
 }
 
+void CheckConstants(const std::string& name, const std::string& text) {
+  const std::size_t count = ParseNumbers(name, text).size();
+  if (count != 1 && count != 3) {
+    throw Failure(
+        name + ": " + std::to_string(count) +
+        " numbers; wanted one, or one for each channel of a gray (1) or colour (3) input");
+  }
+}
+
+bool IsOnnx(const PackOptions& options, const std::vector<uint8_t>& model) {
+  try {
+    WithMetadata(options.model, model, {});
+    return true;
+  } catch (const Failure&) {
+    return false;
+  }
+}
+
 std::map<std::string, std::string> Properties(const PackOptions& options) {
   std::map<std::string, std::string> properties;
   if (!options.type.empty()) {
@@ -42,11 +60,11 @@ std::map<std::string, std::string> Properties(const PackOptions& options) {
   }
   // Kept as written; parsed only to be refused here and not by the runtime.
   if (!options.mean.empty()) {
-    ParseNumbers("--mean", options.mean);
+    CheckConstants("--mean", options.mean);
     properties["corvane.input.mean"] = options.mean;
   }
   if (!options.scale.empty()) {
-    ParseNumbers("--scale", options.scale);
+    CheckConstants("--scale", options.scale);
     properties["corvane.input.scale"] = options.scale;
   }
   return properties;
@@ -56,12 +74,17 @@ std::map<std::string, std::string> Properties(const PackOptions& options) {
 
 int Pack(const PackOptions& options) {
   const std::map<std::string, std::string> properties = Properties(options);
+  CheckIsNoInput(options.output, {options.model});
   std::vector<uint8_t> model = ReadFile(options.model);
   if (options.raw) {
     if (!properties.empty()) {
       throw Failure("--raw: a compiled model carries its own input type, fl, mean and scale");
     }
     if (model.empty()) throw Failure(options.model + ": empty");
+    if (IsOnnx(options, model)) {
+      std::fprintf(stderr, "corvane: %s: looks like an ONNX model, which a board cannot run\n",
+                   options.model.c_str());
+    }
   } else {
     model = WithMetadata(options.model, model, properties);
   }

@@ -14,6 +14,7 @@
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/image_io.h"
+#include "tools/model_file.h"
 #include "tools/results.h"
 #include "tools/rknn_names.h"
 #include "tools/runtime_watch.h"
@@ -40,6 +41,7 @@ std::unique_ptr<Backend> Load(const RunSettings& settings, ModelInput* input) {
                                    settings.input_type);
   } catch (const std::runtime_error&) {
     const RuntimeRecord& runtime = WatchedRuntime();
+    if (runtime.failed_call == nullptr) ReadModelFile(settings.model);  // which says why it fails
     throw Failure(settings.model + ": not loaded: " +
                   (runtime.failed_call == nullptr
                        ? "the file cannot be read"
@@ -108,6 +110,10 @@ std::vector<uint8_t> InPixelOrder(const Image& image, corvane::PixelType type) {
   return pixels;
 }
 
+std::string FacePath(const std::string& folder, const std::string& image) {
+  return folder + "/" + std::filesystem::path(image).stem().string() + ".face.png";
+}
+
 void RunImage(const RunSettings& settings, const ModelInput& input, Backend* backend,
               ImageResult* result) {
   const Image image = Prepared(result->file, settings, input, result);
@@ -134,9 +140,7 @@ void RunImage(const RunSettings& settings, const ModelInput& input, Backend* bac
     result->outputs.push_back(std::move(tensor));
   }
   if (!settings.output_folder.empty() && result->is_aligned) {
-    WritePng(settings.output_folder + "/" + std::filesystem::path(result->file).stem().string() +
-                 ".face.png",
-             image);
+    WritePng(FacePath(settings.output_folder, result->file), image);
   }
 }
 
@@ -191,6 +195,12 @@ int Run(const RunOptions& options) {
       options.json.empty() && has_folder ? settings.output_folder + "/results.json" : options.json;
   const std::string npy = options.npy.empty() ? settings.output_folder : options.npy;
   if (has_folder || !npy.empty()) CheckNames(options.images);
+  std::vector<std::string> inputs = options.images;
+  inputs.insert(inputs.end(), {settings.model, options.config});
+  if (!json.empty()) CheckIsNoInput(json, inputs);
+  for (const std::string& image : options.images) {
+    if (has_folder) CheckIsNoInput(FacePath(settings.output_folder, image), inputs);
+  }
   if (has_folder) MakeFolder(settings.output_folder);
   if (!npy.empty()) MakeFolder(npy);
 

@@ -1,8 +1,10 @@
 #include "tools/settings.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <set>
 #include <utility>
@@ -65,6 +67,7 @@ class ConfigFile {
  public:
   explicit ConfigFile(std::string path) : path_(std::move(path)) {
     if (path_.empty()) return;
+    if (std::filesystem::is_directory(path_)) Fail(std::strerror(EISDIR));
     const int code = ini_.Load(path_);
     if (code != corvane::INI_OK) Fail(LoadError(code));
     std::vector<std::string> sections;
@@ -80,7 +83,7 @@ class ConfigFile {
   }
 
   std::string NameOf(const std::string& section, const std::string& key) const {
-    return path_ + ": [" + section + "] " + key;
+    return path_ + ": " + (section.empty() ? "" : "[" + section + "] ") + key;
   }
 
   std::string FromItsFolder(const std::string& path) const {
@@ -114,7 +117,7 @@ class ConfigFile {
   std::string LoadError(int code) const {
     switch (code) {
       case corvane::INI_ERR_OPEN_FILE:
-        return "cannot be opened";
+        return std::strerror(errno);
       case corvane::INI_ERR_NO_CLOSING_BRACKET:
         return "a section header without ']'" + Place();
       case corvane::INI_ERR_EMPTY_SECTION_NAME:
@@ -135,7 +138,9 @@ class ConfigFile {
     std::set<std::string> seen;
     for (const auto& item : Items(section)) {
       if (!is_landmarks && known->second.count(item.first) == 0) {
-        throw Failure(NameOf(section, item.first) + ": unknown setting");
+        throw Failure(NameOf(section, item.first) + (section.empty()
+                                                         ? ": stands before the first section"
+                                                         : ": unknown setting"));
       }
       if (!seen.insert(item.first).second) {
         throw Failure(NameOf(section, item.first) + ": given twice");
