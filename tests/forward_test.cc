@@ -229,6 +229,10 @@ TEST_F(ForwardTest, RunsAnEmptyImageAndRefusesNullOnes) {
   EXPECT_THAT(testing::internal::GetCapturedStderr(),
               testing::HasSubstr("ERROR: no outputs vector."));
   EXPECT_EQ(Calls(), "");
+  // What would be refused anyway is not asked for its pixels.
+  UseModel({Input(1, 1, 1)}, {});
+  EXPECT_EQ(Forward(*MakeBackend(RKNN_INPUT_UINT8), {}, PIXEL_GRAY, 1, 7),
+            std::string(kPrefix) + "FATAL: unexpected channels. [channels=1]");
 }
 
 TEST_F(ForwardTest, ReportsFailuresOfTheRuntimeAndGoesOnWithPositiveCodes) {
