@@ -190,28 +190,11 @@ void FillBlocks(const EncodePlan<Element>& plan) {
   plan.channels == 1 ? FillBlocks<1>(plan) : FillBlocks<3>(plan);
 }
 
-void Float32(const EncodePlan<float>& plan) {
-  if (plan.pixel_count < kBlockPixels) return kPortableKernels.float32(plan);
-  FillBlocks(plan);
-}
-
-void Float16(const EncodePlan<uint16_t>& plan) {
-  if (plan.pixel_count < kBlockPixels) return kPortableKernels.float16(plan);
-  FillBlocks(plan);
-}
-
-void Dfp16(const EncodePlan<int16_t>& plan) {
-  if (plan.pixel_count < kBlockPixels) return kPortableKernels.dfp16(plan);
-  FillBlocks(plan);
-}
-
 // Only the low 16 bits of a difference reach the element, so it is formed in 16 bits. In each half
 // of a register byte c of four pixels comes from byte 0 of `low`, of four more from byte 4 of
 // `high`.
 void Dfp16Integers(const IntegerPlan& plan) {
-  if (plan.pixel_count < kBlockPixels || plan.fraction_bits < 0) {
-    return kPortableKernels.dfp16_integers(plan);
-  }
+  if (plan.fraction_bits < 0) return kPortableKernels.dfp16_integers(plan);
   const __m256i factor = _mm256_set1_epi16(
       LowHalf(plan.fraction_bits < 16 ? uint32_t{1} << plan.fraction_bits : uint32_t{0}));
   const __m256i low_bytes = _mm256_broadcastsi128_si256(_mm_setr_epi8(
@@ -244,6 +227,8 @@ void Dfp16Integers(const IntegerPlan& plan) {
 
 }  // namespace
 
-const EncodeKernels kAvx2Kernels = {"avx2", Float32, Float16, Dfp16, Dfp16Integers};
+const EncodeKernels kAvx2Kernels = {
+    "avx2",       kBlockPixels, FillBlocks<float>, FillBlocks<uint16_t>, FillBlocks<int16_t>,
+    Dfp16Integers};
 
 }  // namespace corvane

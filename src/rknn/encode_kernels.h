@@ -32,6 +32,7 @@ struct IntegerPlan {
 
 struct EncodeKernels {
   const char* name;
+  std::size_t min_pixels;  // what the functions take at least; smaller images are kPortableKernels'
   void (*float32)(const EncodePlan<float>& plan);
   void (*float16)(const EncodePlan<uint16_t>& plan);
   void (*dfp16)(const EncodePlan<int16_t>& plan);  // scales hold scale * 2^fraction_bits

@@ -120,11 +120,6 @@ void FillBlocks(const EncodePlan<Element>& plan) {
   }
 }
 
-void Float32(const EncodePlan<float>& plan) {
-  if (plan.pixel_count < kBlockPixels) return kPortableKernels.float32(plan);
-  FillBlocks(plan);
-}
-
 void Float16(const EncodePlan<uint16_t>& plan) {
   // 2^-112 joins the scale where that changes no element: the scale stays a normal number and every
   // value that is not 0 keeps clear of both ends of the half's range.
@@ -133,22 +128,15 @@ void Float16(const EncodePlan<uint16_t>& plan) {
     const float scale = plan.scales[c];
     is_clear = is_clear && (scale >= PowerOfTwo(-14) || scale <= -PowerOfTwo(-14));
   }
-  if (plan.pixel_count < kBlockPixels || !is_clear) return kPortableKernels.float16(plan);
+  if (!is_clear) return kPortableKernels.float16(plan);
   EncodePlan<uint16_t> rebiased = plan;
   for (float& scale : rebiased.scales) scale *= PowerOfTwo(-112);
   FillBlocks(rebiased);
 }
 
-void Dfp16(const EncodePlan<int16_t>& plan) {
-  if (plan.pixel_count < kBlockPixels) return kPortableKernels.dfp16(plan);
-  FillBlocks(plan);
-}
-
 // Only the low 16 bits of a difference reach the element, so it is formed in 16 bits.
 void Dfp16Integers(const IntegerPlan& plan) {
-  if (plan.pixel_count < kBlockPixels || plan.fraction_bits < 0) {
-    return kPortableKernels.dfp16_integers(plan);
-  }
+  if (plan.fraction_bits < 0) return kPortableKernels.dfp16_integers(plan);
   const int16x8_t shift =
       vdupq_n_s16(static_cast<int16_t>(plan.fraction_bits < 16 ? plan.fraction_bits : 16));
   uint16x8_t minus_means[3];
@@ -172,6 +160,7 @@ void Dfp16Integers(const IntegerPlan& plan) {
 
 }  // namespace
 
-const EncodeKernels kNeonKernels = {"neon", Float32, Float16, Dfp16, Dfp16Integers};
+const EncodeKernels kNeonKernels = {"neon",  kBlockPixels,        FillBlocks<float>,
+                                    Float16, FillBlocks<int16_t>, Dfp16Integers};
 
 }  // namespace corvane

@@ -63,6 +63,6 @@ void Dfp16Integers(const IntegerPlan& plan) {
 
 }  // namespace
 
-const EncodeKernels kPortableKernels = {"portable", Float32, Float16, Dfp16, Dfp16Integers};
+const EncodeKernels kPortableKernels = {"portable", 0, Float32, Float16, Dfp16, Dfp16Integers};
 
 }  // namespace corvane

@@ -24,6 +24,10 @@ const EncodeKernels& FastestKernels() {
   return fastest;
 }
 
+const EncodeKernels& For(const InputImage& image, const EncodeKernels& kernels) {
+  return image.pixel_count < kernels.min_pixels ? kPortableKernels : kernels;
+}
+
 template <class Plan, class Element>
 void SetPlanes(const InputImage& image, Element* planes, Plan* plan) {
   plan->pixels = image.pixels;
@@ -67,12 +71,12 @@ const EncodeKernels* const* UsableKernels() {
 
 void EncodeFloat32(const EncodeKernels& kernels, const InputImage& image,
                    const Normalisation& normalisation, float* planes) {
-  kernels.float32(MakePlan(image, normalisation, planes));
+  For(image, kernels).float32(MakePlan(image, normalisation, planes));
 }
 
 void EncodeFloat16(const EncodeKernels& kernels, const InputImage& image,
                    const Normalisation& normalisation, uint16_t* planes) {
-  kernels.float16(MakePlan(image, normalisation, planes));
+  For(image, kernels).float16(MakePlan(image, normalisation, planes));
 }
 
 void EncodeDfp16(const EncodeKernels& kernels, const InputImage& image,
@@ -84,12 +88,12 @@ void EncodeDfp16(const EncodeKernels& kernels, const InputImage& image,
       plan.means[c] = normalisation.means != nullptr ? TruncateToInt32(normalisation.means[c]) : 0;
     }
     SetPlanes(image, planes, &plan);
-    kernels.dfp16_integers(plan);
+    For(image, kernels).dfp16_integers(plan);
     return;
   }
   EncodePlan<int16_t> plan = MakePlan(image, normalisation, planes);
   for (float& scale : plan.scales) scale = PowerOfTwo(fraction_bits) * scale;
-  kernels.dfp16(plan);
+  For(image, kernels).dfp16(plan);
 }
 
 void EncodeFloat32(const InputImage& image, const Normalisation& normalisation, float* planes) {
