@@ -26,12 +26,10 @@ void RegisterAll(const char* operation, Size size, int channels,
     Register<Element>(name + (*set)->name, size, channels,
                       [=](Work<Element>& work) { encode(**set, work); });
   }
-  RegisterMemset<Element>(name + "memset_only", size, channels);
   Register<Element>(name + "fill_only", size, channels, [](Work<Element>& work) {
     std::fill_n(work.planes.get(), work.count, Element{1});
   });
-  if (opencv) Register<Element>(name + "opencv", size, channels, opencv);
-  if (libyuv) Register<Element>(name + "libyuv", size, channels, libyuv);
+  RegisterPeers<Element>(name, size, channels, opencv, libyuv);
 }
 
 void RegisterSize(Size size, int channels) {

@@ -83,9 +83,7 @@ void RegisterAll(Size size, const Operations<Element>& operations) {
     if (outputs.empty() || outputs[0].data[0] != 0.5F) state.SkipWithError("the model did not run");
   });
   Register<Element>(prefix + "kernel", size, 3, operations.kernel);
-  RegisterMemset<Element>(prefix + "memset_only", size, 3);
-  if (operations.opencv) Register<Element>(prefix + "opencv", size, 3, operations.opencv);
-  if (operations.libyuv) Register<Element>(prefix + "libyuv", size, 3, operations.libyuv);
+  RegisterPeers<Element>(prefix, size, 3, operations.opencv, operations.libyuv);
 }
 
 template <class Element, class Encode>

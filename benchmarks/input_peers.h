@@ -137,11 +137,15 @@ inline const Operation<uint16_t> kYuvToHalf;
 inline const Operation<int16_t> kYuvToInt16;
 #endif
 
+// As prefix/who: writing the output alone, by the widest stores there are, and the peers there are.
 template <class Element>
-void RegisterMemset(const std::string& name, Size size, int channels) {
-  Register<Element>(name, size, channels, [](Work<Element>& work) {
+void RegisterPeers(const std::string& prefix, Size size, int channels, Operation<Element> opencv,
+                   Operation<Element> libyuv) {
+  Register<Element>(prefix + "memset_only", size, channels, [](Work<Element>& work) {
     std::memset(work.planes.get(), 1, work.count * sizeof(Element));
   });
+  if (opencv) Register<Element>(prefix + "opencv", size, channels, opencv);
+  if (libyuv) Register<Element>(prefix + "libyuv", size, channels, libyuv);
 }
 
 inline void UseOneThread() {

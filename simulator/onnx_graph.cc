@@ -1,10 +1,9 @@
 #include "onnx_graph.h"
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 
 #include "protobuf_reader.h"
+#include "report.h"
 
 namespace rknn_sim {
 
@@ -66,7 +65,7 @@ class Reader {
     const bool is_walked = Walk("the model", message, [&](const ProtobufField& field) {
       if (field.IsBytes(model_field::kGraph)) {
         // Protobuf would merge them; nothing writes two.
-        if (has_graph) return Refuse("the model has two graphs; wanted one");
+        if (has_graph) return Refuse(why_, "the model has two graphs; wanted one");
         has_graph = true;
         graph_bytes = field.bytes;
       } else if (field.IsBytes(model_field::kMetadata)) {
@@ -75,23 +74,11 @@ class Reader {
       return true;
     });
     if (!is_walked) return false;
-    if (!has_graph) return Refuse("the model has no graph; wanted one");
+    if (!has_graph) return Refuse(why_, "the model has no graph; wanted one");
     return Graph(graph_bytes, 0, graph);
   }
 
  private:
-  // Writes the reason and gives false.
-  __attribute__((format(printf, 2, 3))) bool Refuse(const char* format, ...) {
-    char text[200];
-    std::va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof(text), format, arguments);
-    va_end(arguments);
-    *why_ = "this ONNX file is not understood: ";
-    *why_ += text;
-    return false;
-  }
-
   // Calls visit(field) for every field until it gives false.
   template <typename Visit>
   bool Walk(const char* what, std::string_view message, Visit visit) {
@@ -100,7 +87,8 @@ class Reader {
       if (!visit(field)) return false;
     }
     if (reader.is_valid()) return true;
-    return Refuse("%s is damaged or cut off %zu bytes before its end", what, reader.bytes_left());
+    return Refuse(why_, "%s is damaged or cut off %zu bytes before its end", what,
+                  reader.bytes_left());
   }
 
   bool Property(std::string_view message, OnnxGraph* graph) {
@@ -117,7 +105,7 @@ class Reader {
   // graph: null for a subgraph, whose inputs and outputs are its node's business.
   bool Graph(std::string_view message, uint32_t depth, OnnxGraph* graph) {
     if (depth > kMaxSubgraphDepth) {
-      return Refuse("graphs stand in graphs; wanted at most %u levels", kMaxSubgraphDepth);
+      return Refuse(why_, "graphs stand in graphs; wanted at most %u levels", kMaxSubgraphDepth);
     }
     Vector<String> constants;
     const bool is_walked = Walk("a graph", message, [&](const ProtobufField& field) {
@@ -190,7 +178,7 @@ class Reader {
           for (std::string_view packed = field.bytes; is_packed && !packed.empty();) {
             uint64_t value = 0;
             if (!CutVarint(&packed, &value)) {
-              return Refuse("the numbers of a constant are cut off");
+              return Refuse(why_, "the numbers of a constant are cut off");
             }
             note(value);
           }
@@ -218,18 +206,18 @@ class Reader {
     if (!is_walked) return false;
     const int shown = static_cast<int>(std::min<std::size_t>(name->size(), 60));
     if (counts[tensor_field::kExternalData] > 0) {
-      return Refuse("the constant '%.*s' stands in another file; wanted it in this one", shown,
-                    name->data());
+      return Refuse(why_, "the constant '%.*s' stands in another file; wanted it in this one",
+                    shown, name->data());
     }
     if (!has_dims_in_range || counts[tensor_field::kDims] > kMaxDims) {
-      return Refuse("the constant '%.*s' has no possible shape", shown, name->data());
+      return Refuse(why_, "the constant '%.*s' has no possible shape", shown, name->data());
     }
     const auto* layout =
         std::find_if(std::begin(kLayouts), std::end(kLayouts),
                      [&](const ElementLayout& known) { return known.type == type; });
     if (layout == std::end(kLayouts)) {
-      return Refuse("the constant '%.*s' has elements of ONNX type %llu; wanted numbers", shown,
-                    name->data(), static_cast<unsigned long long>(type));
+      return Refuse(why_, "the constant '%.*s' has elements of ONNX type %llu; wanted numbers",
+                    shown, name->data(), static_cast<unsigned long long>(type));
     }
     uint64_t typed = 0;  // in whatever field
     for (const ElementLayout& known : kLayouts) {
@@ -240,7 +228,7 @@ class Reader {
         typed == 0 && (is_raw ? raw_bytes == elements * layout->bytes && counts[layout->field] == 0
                               : counts[layout->field] == elements);
     if (fits) return true;
-    return Refuse("the constant '%.*s' does not hold the %llu elements of its shape", shown,
+    return Refuse(why_, "the constant '%.*s' does not hold the %llu elements of its shape", shown,
                   name->data(), static_cast<unsigned long long>(elements));
   }
 
@@ -293,7 +281,9 @@ bool IsOnnx(const uint8_t* bytes, std::size_t size) {
 }
 
 bool ReadOnnx(const uint8_t* bytes, std::size_t size, OnnxGraph* graph, String* why) {
-  return Reader(why).Model({reinterpret_cast<const char*>(bytes), size}, graph);
+  if (Reader(why).Model({reinterpret_cast<const char*>(bytes), size}, graph)) return true;
+  why->insert(0, "this ONNX file is not understood: ");
+  return false;
 }
 
 }  // namespace rknn_sim

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 #include <utility>
 
 #include "onnx_network.h"
+#include "report.h"
 #include "tensor_codec.h"
 
 namespace rknn_sim {
@@ -17,17 +17,6 @@ namespace rknn_sim {
 namespace {
 
 constexpr std::string_view kPrefix = "corvane.";
-
-// Writes the reason and gives false.
-__attribute__((format(printf, 2, 3))) bool Refuse(String* why, const char* format, ...) {
-  char text[300];
-  std::va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(text, sizeof(text), format, arguments);
-  va_end(arguments);
-  *why = text;
-  return false;
-}
 
 int Shown(const String& text) { return static_cast<int>(std::min<std::size_t>(text.size(), 60)); }
 

@@ -1,5 +1,6 @@
 #include "report.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <mutex>
 
@@ -33,6 +34,16 @@ void ReportMisuse(const char* where, int code, const char* text) {
   const std::lock_guard<std::mutex> lock(reports->mutex);
   ++reports->count;
   if (reports->lines.size() < kLinesKept) reports->lines.emplace_back(line);
+}
+
+bool Refuse(String* why, const char* format, ...) {
+  char text[300];
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text, sizeof(text), format, arguments);
+  va_end(arguments);
+  *why = text;
+  return false;
 }
 
 uint64_t ReportedCount() {

@@ -11,6 +11,9 @@ namespace rknn_sim {
 // Writes "rknn simulator: WHERE: TEXT [ret=CODE]\n" in one call.
 void ReportMisuse(const char* where, int code, const char* text);
 
+// Writes a reason, of up to 299 bytes, and gives false.
+__attribute__((format(printf, 2, 3))) bool Refuse(String* why, const char* format, ...);
+
 uint64_t ReportedCount();
 Vector<String> ReportedLines();
 void ForgetReports();

@@ -41,11 +41,12 @@ std::unique_ptr<Backend> Load(const RunSettings& settings, ModelInput* input) {
                                    settings.input_type);
   } catch (const std::runtime_error&) {
     const RuntimeRecord& runtime = WatchedRuntime();
-    if (runtime.failed_call == nullptr) ReadModelFile(settings.model);  // which says why it fails
-    throw Failure(settings.model + ": not loaded: " +
-                  (runtime.failed_call == nullptr
-                       ? "the file cannot be read"
-                       : runtime.failed_call + std::string(": ") + CodeName(runtime.failed_code)));
+    if (runtime.failed_call == nullptr) {
+      ReadModelFile(settings.model);  // says why it fails
+      throw Failure(settings.model + ": not loaded: the file cannot be read");
+    }
+    throw Failure(settings.model + ": not loaded: " + runtime.failed_call + ": " +
+                  CodeName(runtime.failed_code));
   }
   const std::vector<rknn_tensor_attr>& inputs = WatchedRuntime().inputs;
   if (inputs.size() != 1) {
