@@ -125,12 +125,12 @@ void RunImage(const RunSettings& settings, const ModelInput& input, Backend* bac
 
   std::vector<corvane::OutputTensor> outputs;
   const double start = corvane::get_current_time();
-  backend->Forward(pixels.data(), settings.pixel_type, image.width, image.height, &outputs);
-
-  if (runtime.failed_call != nullptr) {
+  if (!corvane::TryForward(*backend, pixels.data(), settings.pixel_type, image.width, image.height,
+                           &outputs)) {
+    if (runtime.failed_call == nullptr)
+      throw Failure(result->file + ": the library did not run it");
     throw Failure(result->file + ": " + runtime.failed_call + ": " + CodeName(runtime.failed_code));
   }
-  if (runtime.outputs_back == 0) throw Failure(result->file + ": the library did not run it");
   result->prepare_ms = runtime.input_given - start;
   result->run_ms = runtime.outputs_back - runtime.input_given;
   for (std::size_t i = 0; i < outputs.size(); ++i) {

@@ -1,10 +1,10 @@
 // What the library says to the runtime, seen from outside.
 //
-// Forward returns nothing and InitBackend throws one text for every cause, so the tool could not
-// tell whether a run came through, nor how long its halves took. It therefore defines the runtime's
-// functions itself: the dynamic loader binds the library's calls to those of the program, which
-// note what passes and hand it on to the runtime. Works alike with the vendor's runtime and the
-// simulated one.
+// The library says that a call of the runtime failed (errno is EIO), but not which one, with which
+// code, nor how long the halves of a run took, nor what the tensors are called. The tool therefore
+// defines the runtime's functions itself: the dynamic loader binds the library's calls to those of
+// the program, which record them and pass them on to the runtime. This works alike with the
+// vendor's runtime and the simulated one.
 #ifndef CORVANE_TOOLS_RUNTIME_WATCH_H_
 #define CORVANE_TOOLS_RUNTIME_WATCH_H_
 
