@@ -3,13 +3,15 @@
 //   face_similarity SETTINGS.ini PHOTO.png PICTURE.png
 //
 // Reads its settings with IniFile, aligns the face of the photograph with AlignFace112 and
-// warpaffine_bilinear_c3, describes it with a model through InitBackend and Forward, and compares
-// that with the descriptions of the same face turned by 25 degrees and of another part of the
-// photograph. PICTURE.png then shows the photograph with its landmarks, the aligned face, and what
-// was compared.
+// warpaffine_bilinear_c3, describes it with a model through InitBackend and TryForward, and
+// compares that with the descriptions of the same face turned by 25 degrees and of another part of
+// the photograph. PICTURE.png then shows the photograph with its landmarks, the aligned face, and
+// what was compared.
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <stdexcept>
@@ -63,16 +65,16 @@ Matrix AlignedBy(const std::vector<float>& landmarks) {
   return matrix;
 }
 
-std::vector<float> Describe(Backend* backend, const Image& face) {
+// False when the model did not run: the frame is lost, and errno has the reason.
+bool Describe(Backend& backend, const Image& face, std::vector<float>* description) {
   std::vector<corvane::OutputTensor> outputs;
-  backend->Forward(face.pixels.data(), corvane::PIXEL_RGB, face.width, face.height, &outputs);
+  if (!corvane::TryForward(backend, face.pixels.data(), corvane::PIXEL_RGB, face.width, face.height,
+                           &outputs)) {
+    return false;
+  }
   if (outputs.empty()) throw std::runtime_error("the model has no output");
-  std::vector<float> description(outputs[0].data, outputs[0].data + outputs[0].count);
-  // Forward tells of a failed run on standard error only. This model's output has the length 1.
-  double length2 = 0;
-  for (float value : description) length2 += double{value} * double{value};
-  if (!(std::fabs(length2 - 1) < 0.01)) throw std::runtime_error("the model did not run");
-  return description;
+  description->assign(outputs[0].data, outputs[0].data + outputs[0].count);
+  return true;
 }
 
 double Cosine(const std::vector<float>& a, const std::vector<float>& b) {
@@ -114,8 +116,10 @@ void Run(const std::string& settings_path, const std::string& photo_path,
   const std::vector<float> landmarks =
       Numbers(settings, "landmarks", std::filesystem::path(photo_path).filename().string());
   const Matrix matrix = AlignedBy(landmarks);
-  const std::vector<float> description =
-      Describe(backend.get(), Warp(photo, matrix, kFaceSize, kFaceSize));
+  std::vector<float> description;
+  if (!Describe(*backend, Warp(photo, matrix, kFaceSize, kFaceSize), &description)) {
+    throw std::runtime_error(std::string("the model did not run: ") + std::strerror(errno));
+  }
 
   // The middle of the aligned view, about which the photograph is turned.
   const float half = static_cast<float>(kFaceSize - 1) / 2;
@@ -138,7 +142,12 @@ void Run(const std::string& settings_path, const std::string& photo_path,
   std::vector<Compared> compared;
   for (const auto& view : views) {
     Image face = Warp(view.image, view.view, kFaceSize, kFaceSize);
-    const double similarity = Cosine(description, Describe(backend.get(), face));
+    std::vector<float> other;
+    if (!Describe(*backend, face, &other)) {
+      std::printf("  failed  %s: %s\n", view.what, std::strerror(errno));
+      continue;
+    }
+    const double similarity = Cosine(description, other);
     std::printf("  %6.3f  %s\n", similarity, view.what);
     compared.push_back({std::move(face), similarity});
   }
