@@ -1,14 +1,19 @@
 // Many backends on many threads with faults at random moments: soak [SECONDS]
 //
-// Threads make, run and destroy backends of every input kind, of their own and shared ones, while
-// another orders error codes, delays and positive codes at calls to come, and while allocations
-// fail. Fails (exit code 1) on a wrong output, a misuse of the runtime, a context or an allocation
-// left over; a watchdog aborts when nothing has moved for kPatience.
+// Threads create, run and destroy backends of every input kind, of their own and shared ones, while
+// another thread schedules error codes, delays and positive codes for calls to come, and while
+// allocations fail. Every Forward must agree with itself: after a success errno is as it was and
+// the outputs are right; after a failure errno has the reason and every float is a NaN. Exits with
+// 1 on a call that does not agree, a misuse of the runtime, or a context or an allocation left
+// over. A watchdog aborts when nothing has moved for kPatience.
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -36,9 +41,8 @@ constexpr int kThreads = 8;
 constexpr std::size_t kOwnBackends = 6;  // of each thread
 constexpr std::size_t kSharedBackends = 4;
 constexpr int kWidth = 6, kHeight = 4;
+constexpr int kErrnoAtCall = EDOM;  // no call of this program sets it
 constexpr std::chrono::seconds kPatience{30};
-
-// ------------------------------------------------------------------------- models and their answer
 
 struct Kind {
   corvane::RKNNInputType input_type;
@@ -57,7 +61,7 @@ constexpr std::size_t kKindCount = sizeof(kKinds) / sizeof(kKinds[0]);
 constexpr float kMean = 127.5f, kScale = 0.125f;  // exact in every kind
 constexpr float kScore = 0.25f;
 
-// What the model's first output repeats of an image of equal bytes.
+// What the model's first output repeats of an image whose bytes all have this value.
 float Echo(const Kind& kind, uint8_t byte) {
   if (kind.input_type == corvane::RKNN_INPUT_UINT8) return byte;
   return (static_cast<float>(byte) - kMean) * kScale;
@@ -85,13 +89,10 @@ class ModelFile {
   char path_[32] = "/tmp/corvane_soak_XXXXXX";
 };
 
-// ---------------------------------------------------------------------------------- what is
-// counted
-
 struct Counts {
   std::atomic<uint64_t> inits{0}, failed_inits{0}, forwards{0}, checked_outputs{0};
   std::atomic<uint64_t> failed_allocations{0}, codes_ordered{0}, delays_ordered{0};
-  std::atomic<uint64_t> failed_calls{0}, misuses{0}, wrong_outputs{0};
+  std::atomic<uint64_t> failed_calls{0}, failed_forwards{0}, misuses{0}, wrong_results{0};
 };
 
 // Standard error becomes a pipe whose lines are counted; standard output is dropped.
@@ -142,8 +143,8 @@ class Diagnostics {
     if (std::strstr(line, "[ret=") != nullptr && std::strncmp(line, "rknn simulator:", 15) != 0) {
       ++counts_->failed_calls;
     } else if (std::strncmp(line, "failed to ", 10) != 0) {
-      // A misuse, or what nobody expects, such as a sanitizer's report.
-      if (++counts_->misuses <= 100) dprintf(err_, "soak: met: %s\n", line);
+      // A misuse, or an unexpected line such as a sanitizer's report.
+      if (++counts_->misuses <= 100) dprintf(err_, "soak: unexpected line: %s\n", line);
     }
   }
 
@@ -153,15 +154,20 @@ class Diagnostics {
   std::thread thread_;
 };
 
-// ------------------------------------------------------------------------------------------
-// threads
-
-// Whether this thread's Forward has come to releasing its outputs: then they must be right.
-thread_local bool has_outputs = false;
+// Whether this thread's Forward has released its outputs: then it must succeed. Not set in the
+// moment between two sets of rules, so the opposite proves nothing.
+thread_local bool has_released = false;
 
 void WatchReleases() {
   rknn_sim::HookAt(Function::kOutputsRelease, rknn_sim::kEveryCall,
-                   [](const rknn_sim::Call&) { has_outputs = true; });
+                   [](const rknn_sim::Call&) { has_released = true; });
+}
+
+bool AreNan(const std::vector<corvane::OutputTensor>& outputs) {
+  return std::all_of(outputs.begin(), outputs.end(), [](const corvane::OutputTensor& output) {
+    return std::all_of(output.data, output.data + output.count,
+                       [](float value) { return std::isnan(value); });
+  });
 }
 
 class Soak {
@@ -180,7 +186,7 @@ class Soak {
     std::thread watchdog([this, original_stderr] { Watch(original_stderr); });
     for (std::thread& worker : workers) worker.join();
     for (Shared& shared : shared_) {
-      shared.backend.reset();  // still under orders
+      shared.backend.reset();  // while faults are still scheduled
       ++steps_;
     }
     is_over_ = true;
@@ -188,7 +194,7 @@ class Soak {
     watchdog.join();
   }
 
-  // Once, without faults: what the libraries keep for good is then there.
+  // One pass without faults, so that what the libraries keep for good has been allocated.
   void WarmUp() {
     std::mt19937 random(0);
     std::vector<corvane::OutputTensor> outputs;
@@ -233,23 +239,34 @@ class Soak {
                            : byte % 2 == 0            ? corvane::PIXEL_BGR
                                                       : corvane::PIXEL_RGB2BGR;
     ++counts_->forwards;
-    has_outputs = false;
+    has_released = false;
+    errno = kErrnoAtCall;
+    bool threw = false;
     try {
       backend->Forward(image, pixel_type, kWidth, kHeight, outputs);
     } catch (const std::bad_alloc&) {
-      return;
+      threw = true;
     }
-    if (!has_outputs) return;
-    ++counts_->checked_outputs;
-    const float wanted[] = {Echo(kKinds[kind], byte), kScore};
-    bool is_right = outputs->size() == 2;
-    for (std::size_t i = 0; is_right && i < 2; ++i) {
-      const corvane::OutputTensor& output = (*outputs)[i];
-      is_right = output.count == (i == 0 ? 12u : 5u);
-      for (uint64_t k = 0; is_right && k < output.count; ++k)
-        is_right = output.data[k] == wanted[i];
+    const int error = errno;
+    bool agrees;
+    if (error == kErrnoAtCall) {
+      ++counts_->checked_outputs;
+      agrees = !threw && IsRight(*outputs, Echo(kKinds[kind], byte));
+    } else {
+      ++counts_->failed_forwards;
+      const bool is_unprepared = kKinds[kind].input_type == corvane::RKNN_INPUT_INT8;
+      const int reason = threw ? ENOMEM : is_unprepared ? ENOTSUP : EIO;
+      agrees = !has_released && error == reason && AreNan(*outputs);
     }
-    if (!is_right) ++counts_->wrong_outputs;
+    if (!agrees) ++counts_->wrong_results;
+  }
+
+  static bool IsRight(const std::vector<corvane::OutputTensor>& outputs, float echo) {
+    const auto has = [](const corvane::OutputTensor& output, uint64_t count, float wanted) {
+      return output.count == count &&
+             std::count(output.data, output.data + count, wanted) == static_cast<int64_t>(count);
+    };
+    return outputs.size() == 2 && has(outputs[0], 12, echo) && has(outputs[1], 5, kScore);
   }
 
   void Work(Clock::time_point end, unsigned seed) {
@@ -293,7 +310,7 @@ class Soak {
     return shared.backend;
   }
 
-  // The old one goes when the last thread that runs it lets it go.
+  // The old backend is destroyed when the last thread that uses it drops it.
   void Exchange(std::size_t which, std::size_t kind) {
     std::shared_ptr<Backend> backend;
     try {
@@ -310,7 +327,7 @@ class Soak {
   void OrderFaults() {
     std::mt19937 random(12345);
     while (!is_over_) {
-      // Rules stay until they are forgotten; a few dozen at a time.
+      // Rules stay until Reset, so they are replaced after a few dozen.
       rknn_sim::Reset();
       WatchReleases();
       for (int i = 0; i < 40 && !is_over_; ++i) {
@@ -378,15 +395,15 @@ int main(int argc, char** argv) {
   }
   const std::size_t contexts = rknn_sim::LiveContexts();
   std::printf(
-      "soak: %d s, %d threads: %llu InitBackend (%llu failed), %llu Forward (%llu outputs "
-      "checked)\n"
+      "soak: %d s, %d threads: %llu InitBackend (%llu failed), %llu Forward (%llu ran, "
+      "%llu failed)\n"
       "soak: ordered %llu codes, %llu delays; met %llu failed calls, %llu failed allocations\n"
-      "soak: left over: %zu contexts, %ld allocations; %llu wrong outputs, %llu misuses\n",
+      "soak: left over: %zu contexts, %ld allocations; %llu wrong results, %llu misuses\n",
       seconds, kThreads, Number(counts.inits), Number(counts.failed_inits), Number(counts.forwards),
-      Number(counts.checked_outputs), Number(counts.codes_ordered), Number(counts.delays_ordered),
-      Number(counts.failed_calls), Number(counts.failed_allocations), contexts, leaked,
-      Number(counts.wrong_outputs), Number(counts.misuses));
-  const bool is_clean = contexts == 0 && leaked == 0 && counts.wrong_outputs == 0 &&
+      Number(counts.checked_outputs), Number(counts.failed_forwards), Number(counts.codes_ordered),
+      Number(counts.delays_ordered), Number(counts.failed_calls), Number(counts.failed_allocations),
+      contexts, leaked, Number(counts.wrong_results), Number(counts.misuses));
+  const bool is_clean = contexts == 0 && leaked == 0 && counts.wrong_results == 0 &&
                         counts.misuses == 0 && unreported == 0 && counts.checked_outputs > 0 &&
                         counts.failed_calls > 0 && counts.failed_allocations > 0;
   std::printf("soak: %s\n", is_clean ? "clean" : "FAILED");
