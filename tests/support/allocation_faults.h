@@ -15,6 +15,16 @@ long AllocationsLive();
 void FailAllocation(long nth);
 bool AllocationHasFailed();  // since the last FailAllocation
 
+// An allocator as unkind as it may be, for this thread: the block that was released last is handed
+// out again with its old content, and every call changes errno.
+class DirtyAllocator {
+ public:
+  DirtyAllocator();
+  DirtyAllocator(const DirtyAllocator&) = delete;
+  DirtyAllocator& operator=(const DirtyAllocator&) = delete;
+  ~DirtyAllocator();
+};
+
 // Calls action with its 1st, 2nd, ... allocation failing until one call needs no more of them.
 // check(nth) runs after each failure, and nothing may have leaked by then. action must release what
 // it makes. Returns how many allocations could fail.

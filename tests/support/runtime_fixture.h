@@ -1,37 +1,54 @@
-// A test of the backend on the simulated runtime: scripts a model, tells the calls as one text.
+// A test of the backend on the simulated runtime: scripts a model, and gives the calls as text.
 #ifndef CORVANE_TESTS_SUPPORT_RUNTIME_FIXTURE_H_
 #define CORVANE_TESTS_SUPPORT_RUNTIME_FIXTURE_H_
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "control.h"
 #include "corvane/backend.h"
+#include "tests/support/temp_file.h"
 
 namespace corvane_test {
 
-// A file with the given bytes, gone with its owner.
-class TempFile {
+// Replaces a descriptor by a socket that keeps each write apart, until it is destroyed.
+class WriteProbe {
  public:
-  explicit TempFile(const std::string& bytes) : path_(testing::TempDir() + "corvane_XXXXXX") {
-    const int descriptor = mkstemp(&path_[0]);
-    EXPECT_EQ(write(descriptor, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-    close(descriptor);
+  explicit WriteProbe(int descriptor) : descriptor_(descriptor), saved_(dup(descriptor)) {
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends_), 0);
+    dup2(ends_[0], descriptor_);
+    close(ends_[0]);
   }
-  TempFile(const TempFile&) = delete;
-  TempFile& operator=(const TempFile&) = delete;
-  ~TempFile() { std::remove(path_.c_str()); }
-  const std::string& path() const { return path_; }
+  WriteProbe(const WriteProbe&) = delete;
+  WriteProbe& operator=(const WriteProbe&) = delete;
+  ~WriteProbe() {
+    dup2(saved_, descriptor_);
+    close(saved_);
+    close(ends_[1]);
+  }
+  // From now on a write to the descriptor finds no reader.
+  void StopReading() const { shutdown(ends_[1], SHUT_RDWR); }
+  std::vector<std::string> Writes() const {
+    std::vector<std::string> writes;
+    char bytes[1000];
+    for (ssize_t n; (n = recv(ends_[1], bytes, sizeof(bytes), MSG_DONTWAIT)) > 0;) {
+      writes.emplace_back(bytes, bytes + n);
+    }
+    return writes;
+  }
 
  private:
-  std::string path_;
+  const int descriptor_, saved_;
+  int ends_[2] = {-1, -1};
 };
 
 class RuntimeTest : public testing::Test {
@@ -60,7 +77,7 @@ class RuntimeTest : public testing::Test {
   void ForgetCalls() {
     rknn_sim::Reset();
     rknn_sim::SetRecording(true);
-    // What is told here is what the library says; whether a model would take it is not the matter.
+    // The tests look at what the library hands over, which need not fit the model.
     for (auto check : {rknn_sim::Check::kInputSize, rknn_sim::Check::kInputType}) {
       rknn_sim::Relax(check);
     }
@@ -88,14 +105,38 @@ class RuntimeTest : public testing::Test {
     return text;
   }
 
-  static std::vector<uint8_t> LastInputBytes() {
+  // What Forward writes to standard error, with the line number replaced by LINE.
+  std::string Forward(corvane::Backend_<float>& backend, const std::vector<uint8_t>& image,
+                      int pixel_type, int width, int height) {
+    testing::internal::CaptureStderr();
+    backend.Forward(image.data(), pixel_type, width, height, &outputs_);
+    return WithoutLine(testing::internal::GetCapturedStderr());
+  }
+  static std::string WithoutLine(std::string text) {
+    const std::size_t open = text.find('('), close = text.find(')');
+    if (text.rfind("[src/rknn/rknn(", 0) == 0 && close != std::string::npos) {
+      EXPECT_GT(std::atoi(text.c_str() + open + 1), 0);
+      text.replace(open + 1, close - open - 1, "LINE");
+    }
+    return text;
+  }
+
+  template <typename T>
+  static std::vector<T> LastInput() {
     const auto calls = rknn_sim::Calls(rknn_sim::Function::kInputsSet);
     if (calls.empty()) return {};
     const auto& bytes = calls.back().inputs.at(0).bytes;
-    return {bytes.begin(), bytes.end()};
+    std::vector<T> elements(bytes.size() / sizeof(T));
+    if (!elements.empty()) std::memcpy(elements.data(), bytes.data(), bytes.size());
+    return elements;
+  }
+  static std::vector<float> Floats(const corvane::OutputTensor& output) {
+    return {output.data, output.data + output.count};
   }
 
   void TearDown() override { EXPECT_EQ(rknn_sim::MisuseCount(), 0u); }
+
+  std::vector<corvane::OutputTensor> outputs_;
 
  private:
   static std::string Arguments(const rknn_sim::Call& call) {
