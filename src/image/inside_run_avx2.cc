@@ -1,10 +1,11 @@
-// The inside of a warp in blocks of 8 pixels with AVX2.
+// Warps inside pixels in blocks of 8 pixels with AVX2.
 //
-// With 16-bit lanes, the blend of warp_rules.h is exact in this form, because floors nest:
+// In 16-bit lanes the blend of warp_rules.h is exact in this form, because nested floors combine:
 //   top    = 32 * a0 + ((a1 - a0) * fx >> 5)
 //   result = (top + ((bottom - top) * fy >> 10)) >> 5
-// A high-half multiplication by fx << 5 (fy << 5) does the shifts if the other factor carries the
-// missing powers of two: (a1 - a0) * 64, (bottom - top) * 2. All of it fits 16 signed bits.
+// A high-half multiplication by fx << 5 (or fy << 5) performs the shift if the other factor
+// supplies the missing powers of two: (a1 - a0) * 64, (bottom - top) * 2. All values fit 16 signed
+// bits.
 #include <immintrin.h>
 
 #include <cstddef>
@@ -15,21 +16,21 @@
 namespace corvane {
 namespace {
 
-// Two 8-byte neighbour pairs (6 bytes used) in one half of a vector.
+// Loads two pairs of neighbours, 8 bytes each of which 6 are used.
 inline __m128i LoadPairs(const uint8_t* first, const uint8_t* second) {
   const __m128i low = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(first));
   return _mm_castps_si128(
       _mm_loadh_pi(_mm_castsi128_ps(low), reinterpret_cast<const __m64*>(second)));
 }
 
-// Four pixels: 0 and 1 in the low half, 2 and 3 in the high one.
+// Loads the pairs of four pixels: 0 and 1 into the low half, 2 and 3 into the high one.
 inline __m256i LoadPairs4(const uint8_t* row, uint32_t at0, uint32_t at1, uint32_t at2,
                           uint32_t at3) {
   return _mm256_inserti128_si256(_mm256_castsi128_si256(LoadPairs(row + at0, row + at1)),
                                  LoadPairs(row + at2, row + at3), 1);
 }
 
-// For each pixel four lanes, of which three are channels.
+// Gives each pixel four lanes, of which three hold channels.
 inline __m256i BlendAcross(__m256i pairs, __m256i fraction) {
   const __m256i both = _mm256_shuffle_epi8(
       pairs, _mm256_setr_epi8(0, 3, 1, 4, 2, 5, -1, -1, 8, 11, 9, 12, 10, 13, -1, -1,  //
@@ -47,7 +48,8 @@ inline __m256i Blend4(__m256i top_pairs, __m256i bottom_pairs, __m256i fraction_
   return _mm256_srli_epi16(_mm256_add_epi16(top, moved), 5);
 }
 
-// Lanes of pixels 0 1 | 4 5, or 2 3 | 6 7, from one 32-bit lane for each of 8 pixels.
+// Spreads one 32-bit lane for each of 8 pixels to four 16-bit lanes each, for pixels 0 1 | 4 5 and
+// for 2 3 | 6 7.
 inline __m256i SpreadFirst(__m256i fractions) {
   return _mm256_shuffle_epi8(fractions,
                              _mm256_setr_epi8(0, 1, 0, 1, 0, 1, 0, 1, 4, 5, 4, 5, 4, 5, 4, 5,  //
@@ -69,7 +71,8 @@ inline __m256i Fractions(__m256i positions) {
   return _mm256_slli_epi32(_mm256_and_si256(positions, _mm256_set1_epi32(1023)), 5);
 }
 
-// By twos: transfers to the integer registers are what the loop waits for (a tenth of its time).
+// Extracts two offsets at a time: transfers to the integer registers limit this loop, and halving
+// their number saves a tenth of its time.
 inline void GetOffsets(__m256i offsets, uint32_t (&at)[kInsideRunBlock]) {
   const __m128i low = _mm256_castsi256_si128(offsets);
   const __m128i high = _mm256_extracti128_si256(offsets, 1);
@@ -85,7 +88,7 @@ inline void WarpBlock(const InsideRun& run) {
   const __m256i position_x = Positions(run.column_x, run.row_x);
   const __m256i position_y = Positions(run.column_y, run.row_y);
 
-  // Byte offset: row * stride + column * 3, as one multiply-add of 16-bit pairs.
+  // One multiply-add of 16-bit pairs computes the byte offset, row * stride + column * 3.
   const __m256i column = _mm256_srli_epi32(position_x, 10);
   const __m256i row = _mm256_srli_epi32(position_y, 10);
   const __m256i offset = _mm256_madd_epi16(_mm256_or_si256(column, _mm256_slli_epi32(row, 16)),
@@ -104,7 +107,7 @@ inline void WarpBlock(const InsideRun& run) {
                                 LoadPairs4(bottom, at[2], at[3], at[6], at[7]),
                                 SpreadSecond(fraction_x), SpreadSecond(fraction_y));
 
-  // 0 1 2 3 | 4 5 6 7, four bytes each; drop every fourth and join the halves.
+  // The pixels lie as 0 1 2 3 | 4 5 6 7, four bytes each: drop every fourth byte, join the halves.
   const __m256i bytes = _mm256_shuffle_epi8(
       _mm256_packus_epi16(first, second),
       _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,  //
@@ -119,9 +122,9 @@ inline void WarpBlock(const InsideRun& run) {
 }  // namespace
 
 void WarpInsideRunAvx2(const InsideRun& whole) {
-  InsideRun run = whole;  // a copy, which no store through target can change
-  for (; run.count >= kInsideRunBlock; run = Behind(run, kInsideRunBlock)) WarpBlock(run);
-  if (run.count > 0) WarpBlock(Behind(run, run.count - kInsideRunBlock));
+  InsideRun run = whole;  // a local copy: stores through target cannot alias it
+  for (; run.count >= kInsideRunBlock; run = StartingAt(run, kInsideRunBlock)) WarpBlock(run);
+  if (run.count > 0) WarpBlock(StartingAt(run, run.count - kInsideRunBlock));
 }
 
 }  // namespace corvane

@@ -1,10 +1,10 @@
-// The inside of a warp in blocks of 8 pixels with NEON.
+// Warps inside pixels in blocks of 8 pixels with NEON.
 //
-// With 16-bit lanes, the blend of warp_rules.h is exact in this form, because floors nest:
+// In 16-bit lanes the blend of warp_rules.h is exact in this form, because nested floors combine:
 //   top    = 32 * a0 + ((a1 - a0) * fx >> 5)
 //   result = (top + ((bottom - top) * fy >> 10)) >> 5
-// A doubling high-half multiplication by fx << 5 (fy << 5) does the shifts if the other factor is
-// (a1 - a0) * 32, or bottom - top as it is. All of it fits 16 signed bits.
+// A doubling high-half multiplication by fx << 5 (or fy << 5) performs the shift if the other
+// factor is (a1 - a0) * 32, or bottom - top unchanged. All values fit 16 signed bits.
 #include <arm_neon.h>
 
 #include <cstddef>
@@ -104,18 +104,18 @@ inline uint8x16x3_t Join(uint8x8x3_t first, uint8x8x3_t second) {
 }  // namespace
 
 void WarpInsideRunNeon(const InsideRun& whole) {
-  InsideRun run = whole;  // a copy, which no store through target can change
-  // Two blocks at a time, stored after both: on cores that execute in order one fills the other's
-  // waits (a seventh fewer cycles on the A53).
-  for (; run.count >= 2 * kInsideRunBlock; run = Behind(run, 2 * kInsideRunBlock)) {
+  InsideRun run = whole;  // a local copy: stores through target cannot alias it
+  // Two blocks are computed before either is stored: on in-order cores the instructions of one fill
+  // the stalls of the other (a seventh fewer cycles on the A53).
+  for (; run.count >= 2 * kInsideRunBlock; run = StartingAt(run, 2 * kInsideRunBlock)) {
     const uint8x8x3_t first = WarpedBlock(run);
-    const uint8x8x3_t second = WarpedBlock(Behind(run, kInsideRunBlock));
+    const uint8x8x3_t second = WarpedBlock(StartingAt(run, kInsideRunBlock));
     vst3q_u8(run.target, Join(first, second));
   }
   while (run.count > 0) {
-    if (run.count < kInsideRunBlock) run = Behind(run, run.count - kInsideRunBlock);
+    if (run.count < kInsideRunBlock) run = StartingAt(run, run.count - kInsideRunBlock);
     vst3_u8(run.target, WarpedBlock(run));
-    run = Behind(run, kInsideRunBlock);
+    run = StartingAt(run, kInsideRunBlock);
   }
 }
 

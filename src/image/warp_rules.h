@@ -12,8 +12,8 @@ namespace {
 constexpr int kFractionBits = 10;
 constexpr int32_t kUnitsPerPixel = 1 << kFractionBits;
 
-// To the nearest integer, halves away from zero. The addition rounds like any float addition, so
-// the largest float below one half gives 1. NaN gives 0; beyond the range, the ends.
+// Rounds to the nearest integer, halves away from zero. The addition rounds like any float addition,
+// so the largest float below one half gives 1. NaN gives 0; values beyond the range give its ends.
 inline int32_t RoundToFixed(float value) {
   const float away = value >= 0 ? value + 0.5f : value - 0.5f;
   if (away >= 2147483648.0f) return 2147483647;
@@ -26,7 +26,7 @@ inline int32_t AddWrapping(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
 
-// The weighted mean of four neighbours a0 a1 / b0 b1; fractions in 1/1024.
+// Returns the weighted mean of the four neighbours a0 a1 / b0 b1; fractions are in 1/1024.
 inline uint8_t Blend(int a0, int a1, int b0, int b1, int fraction_x, int fraction_y) {
   const int top = (a0 * (kUnitsPerPixel - fraction_x) + a1 * fraction_x) >> 5;
   const int bottom = (b0 * (kUnitsPerPixel - fraction_x) + b1 * fraction_x) >> 5;
@@ -46,7 +46,7 @@ struct Source {
   }
 };
 
-// One destination pixel from the position (x, y) in units.
+// Writes one destination pixel from the position (x, y) in units.
 inline void WarpPixel(const Source& source, bool is_transparent, int32_t x, int32_t y,
                       uint8_t* target) {
   const int64_t column = x >> kFractionBits, row = y >> kFractionBits;
