@@ -1,4 +1,5 @@
-// AVX2 and F16C loops, sixteen pixels a step. This file alone is compiled for those instructions.
+// AVX2 and F16C loops, sixteen pixels a step. Only this file and inside_run_avx2.cc are compiled
+// for AVX2.
 #include <immintrin.h>
 
 #include <cstddef>
@@ -11,8 +12,8 @@
 namespace corvane {
 namespace {
 
-// The bytes at lower and at upper in the halves of a register. A load that fills both halves and a
-// blend leave the ports that shuffle alone, which are what these loops lack.
+// Loads the bytes at lower and at upper into the halves of a register. A broadcasting load and a
+// blend avoid the shuffle ports, the bottleneck of these loops.
 inline __m256i Load16And16Bytes(const uint8_t* lower, const uint8_t* upper) {
   const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lower));
   const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(upper));
@@ -25,17 +26,18 @@ inline __m256i Load8And8Bytes(const uint8_t* lower, const uint8_t* upper) {
   return _mm256_blend_epi32(_mm256_castsi128_si256(low), _mm256_broadcastq_epi64(high), 0xF0);
 }
 
-// Twice four pixels: from byte 0 of the lower half of the register on, and from byte 4 of its upper
-// half. Reads up to 16 bytes from `lower` and from 4 before `upper`. Bytes 12 to 15 of the lower
-// half and 0 to 3 of the upper are spare.
+// Loads eight pixels: the first four from byte 0 of the lower half, the others from byte 4 of the
+// upper half. It reads up to 16 bytes from `lower` and from `upper - 4`. Bytes 12 to 15 of the
+// lower half and 0 to 3 of the upper one are unused.
 template <int kChannels>
 inline __m256i LoadFours(const uint8_t* lower, const uint8_t* upper) {
   if (kChannels == 3) return Load16And16Bytes(lower, upper - 4);
   return Load8And8Bytes(lower, upper - 4);
 }
 
-// A shuffle of LoadFours' bytes into a 32-bit lane for each pixel; lane_of(byte, spare) says by
-// four indices, the lowest first, what stands in the lane of the pixel whose byte is there.
+// Returns the shuffle of LoadFours' bytes into one 32-bit lane for each pixel. lane_of(byte, spare)
+// gives the four byte indices of a lane, the lowest first: `byte` is the index of the pixel's byte,
+// `spare` that of an unused one.
 template <int kChannels, class LaneOf>
 inline __m256i ShuffleToLanes(int c, LaneOf lane_of) {
   constexpr int kStep = kChannels;
@@ -45,7 +47,7 @@ inline __m256i ShuffleToLanes(int c, LaneOf lane_of) {
 }
 constexpr int kZeroByte = 0x80;  // as an index
 
-// How byte - mean is formed. Plainly: widen, convert, subtract.
+// Computes byte - mean the plain way: widen, convert, subtract.
 struct PlainDifference {
   template <int kChannels>
   static __m256i Shuffle(int c) {
@@ -58,7 +60,7 @@ struct PlainDifference {
   static float Subtrahend(float mean) { return mean; }
 };
 
-// Without a conversion, see AllMeansTakeOffset(): the constant byte comes from the spare ones.
+// Computes it without a conversion; see AllMeansTakeOffset(). An unused byte holds the constant.
 struct OffsetDifference {
   template <int kChannels>
   static __m256i Shuffle(int c) {
@@ -73,15 +75,15 @@ struct OffsetDifference {
   static float Subtrahend(float mean) { return kOffset + mean; }
 };
 
-// How sixteen values become elements: Store() for any values, and for values known to be in range.
+// Turns sixteen values into elements: any values, and below values that are known to be in range.
 struct AnyValues {
   static void Store(__m256 first, __m256 second, float* plane) {
     _mm256_storeu_ps(plane, first);
     _mm256_storeu_ps(plane + 8, second);
   }
 
-  // The conversion truncates as the rule does; what it makes of infinities, NaNs and magnitudes
-  // below 2^-14 is put right.
+  // The conversion truncates as the rule does; its results for infinities, NaNs and magnitudes
+  // below 2^-14 are corrected.
   static void Store(__m256 first, __m256 second, uint16_t* plane) {
     const __m256i halves =
         _mm256_inserti128_si256(_mm256_castsi128_si256(_mm256_cvtps_ph(first, _MM_FROUND_TO_ZERO)),
@@ -94,7 +96,7 @@ struct AnyValues {
                         _mm256_or_si256(_mm256_and_si256(finite, is_normal), sign));
   }
 
-  // Out of range the conversion gives 0x80000000, whose low half is right but above the range.
+  // Out of range the conversion gives 0x80000000, whose low half is wrong only above the range.
   static __m256i LowHalves(__m256 values) {
     const __m256i is_above =
         _mm256_castps_si256(_mm256_cmp_ps(values, _mm256_set1_ps(2147483648.0F), _CMP_GE_OQ));
@@ -130,14 +132,14 @@ struct ValuesInRange {
   }
 };
 
-// Pixels up to the second block, so that its stores to the first plane are aligned.
+// The first pixel of the second block: the one that aligns its stores to the first plane.
 template <class Element>
 inline std::size_t HeadPixels(const Element* plane) {
   const std::size_t misaligned = reinterpret_cast<std::uintptr_t>(plane) % 32;
   return kBlockPixels - misaligned / sizeof(Element);
 }
 
-// Packing two registers takes their lower halves first, then the upper ones.
+// Packing two registers interleaves their halves: both lower ones come before both upper ones.
 constexpr bool IsPacked(const int16_t*) { return true; }
 constexpr bool IsPacked(const void*) { return false; }
 
@@ -190,11 +192,9 @@ void FillBlocks(const EncodePlan<Element>& plan) {
   plan.channels == 1 ? FillBlocks<1>(plan) : FillBlocks<3>(plan);
 }
 
-// Only the low 16 bits of a difference reach the element, so it is formed in 16 bits. In each half
-// of a register byte c of four pixels comes from byte 0 of `low`, of four more from byte 4 of
-// `high`.
+// Only the low 16 bits of a difference reach the element, so 16-bit arithmetic suffices. In each
+// half of a register, four pixels start at byte 0 of `low` and four more at byte 4 of `high`.
 void Dfp16Integers(const IntegerPlan& plan) {
-  if (plan.fraction_bits < 0) return kPortableKernels.dfp16_integers(plan);
   const __m256i factor = _mm256_set1_epi16(
       LowHalf(plan.fraction_bits < 16 ? uint32_t{1} << plan.fraction_bits : uint32_t{0}));
   const __m256i low_bytes = _mm256_broadcastsi128_si256(_mm_setr_epi8(
@@ -227,8 +227,12 @@ void Dfp16Integers(const IntegerPlan& plan) {
 
 }  // namespace
 
-const EncodeKernels kAvx2Kernels = {
-    "avx2",       kBlockPixels, FillBlocks<float>, FillBlocks<uint16_t>, FillBlocks<int16_t>,
-    Dfp16Integers};
+const EncodeKernels kAvx2Kernels = {"avx2",
+                                    kBlockPixels,
+                                    nullptr,
+                                    FillBlocks<float>,
+                                    FillBlocks<uint16_t>,
+                                    FillBlocks<int16_t>,
+                                    Dfp16Integers};
 
 }  // namespace corvane

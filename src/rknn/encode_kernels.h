@@ -1,4 +1,4 @@
-// The loops behind input_encoder.h: what one is handed, and the sets of them that this build has.
+// The loops that input_encoder.h chooses from: their arguments, and the sets that this build has.
 #ifndef CORVANE_SRC_RKNN_ENCODE_KERNELS_H_
 #define CORVANE_SRC_RKNN_ENCODE_KERNELS_H_
 
@@ -9,8 +9,9 @@
 
 namespace corvane {
 
-// One call, all its variants folded into data: no mean is a mean of 0, no scale a scale of 1, and a
-// reversed channel order is only other plane pointers. Entries are in the order of a pixel's bytes.
+// One call with all its variants turned into data: no mean is a mean of 0, no scale is a scale of
+// 1, and a reversed channel order swaps plane pointers. Entries are in the order of a pixel's
+// bytes.
 template <class Element>
 struct EncodePlan {
   const uint8_t* pixels;
@@ -21,7 +22,7 @@ struct EncodePlan {
   Element* planes[3];
 };
 
-// The integer rule of fixed-point images with three channels.
+// The arguments of the integer rule, for fixed-point images with three channels.
 struct IntegerPlan {
   const uint8_t* pixels;
   std::size_t pixel_count;
@@ -32,11 +33,14 @@ struct IntegerPlan {
 
 struct EncodeKernels {
   const char* name;
-  std::size_t min_pixels;  // what the functions take at least; smaller images are kPortableKernels'
+  std::size_t min_pixels;  // fewest pixels accepted; smaller images go to kPortableKernels
+  // Whether float16 accepts the plan's constants; other plans go to kPortableKernels. Null: all.
+  bool (*accepts_float16)(const EncodePlan<uint16_t>& plan);
   void (*float32)(const EncodePlan<float>& plan);
   void (*float16)(const EncodePlan<uint16_t>& plan);
   void (*dfp16)(const EncodePlan<int16_t>& plan);  // scales hold scale * 2^fraction_bits
-  void (*dfp16_integers)(const IntegerPlan& plan);
+  void (*dfp16_integers)(
+      const IntegerPlan& plan);  // fraction_bits is not negative, but for portable
 };
 
 extern const EncodeKernels kPortableKernels;
@@ -46,7 +50,7 @@ extern const EncodeKernels kAvx2Kernels;  // built for x86-64; needs AVX2 and F1
 // The sets that this build has and this CPU runs, the fastest first, then a null pointer.
 const EncodeKernels* const* UsableKernels();
 
-// input_encoder.h's functions by a given set, for tests and benchmarks.
+// The functions of input_encoder.h with a given set, for tests and benchmarks.
 void EncodeFloat32(const EncodeKernels& kernels, const InputImage& image,
                    const Normalisation& normalisation, float* planes);
 void EncodeFloat16(const EncodeKernels& kernels, const InputImage& image,

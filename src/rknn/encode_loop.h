@@ -1,5 +1,5 @@
-// What the vector loops share: walking over the pixels in blocks, and knowing before the first
-// pixel what no element will do.
+// What the vector loops share: the walk over the pixels in blocks, and proofs from a call's
+// constants alone that no element leaves a range.
 #ifndef CORVANE_SRC_RKNN_ENCODE_LOOP_H_
 #define CORVANE_SRC_RKNN_ENCODE_LOOP_H_
 
@@ -11,9 +11,9 @@ namespace {
 
 constexpr std::size_t kBlockPixels = 16;
 
-// Calls encode_block(first pixel) until all pixels are done: blocks overlap at both ends rather
-// than leave a rest, so no load leaves the image. pixel_count is at least kBlockPixels; head, from
-// 1 to kBlockPixels, is where the second block starts (the loop's stores are aligned by it).
+// Calls encode_block(first pixel) until all pixels are done. The first two and the last two blocks
+// may overlap, so no pixels are left over and no load leaves the image. pixel_count is at least
+// kBlockPixels; the second block starts at head, from 1 to kBlockPixels, chosen to align stores.
 template <class EncodeBlock>
 inline void ForEachBlock(std::size_t pixel_count, std::size_t head, EncodeBlock encode_block) {
   encode_block(std::size_t{0});
@@ -22,9 +22,9 @@ inline void ForEachBlock(std::size_t pixel_count, std::size_t head, EncodeBlock 
   if (i < pixel_count) encode_block(pixel_count - kBlockPixels);
 }
 
-// Whether for every byte x that is not the mean itself smallest <= |(x - mean) * scale| <= largest.
-// The product only grows with the distance from the mean, so the ends and the bytes next to the
-// mean tell. NaNs and infinities answer no.
+// Returns whether smallest <= |(x - mean) * scale| <= largest for every byte x other than the mean.
+// The product grows with the distance from the mean, so it suffices to test the ends and the bytes
+// next to the mean. NaN and infinite constants give false.
 inline bool StaysWithin(float mean, float scale, float smallest, float largest) {
   const int below_mean = !(mean > 0) ? 0 : mean < 254 ? static_cast<int>(mean) : 254;
   const int bytes[] = {0, below_mean, below_mean + 1, 255};
@@ -46,9 +46,9 @@ inline bool AllStayWithin(const Plan& plan, float smallest, float largest) {
   return true;
 }
 
-// A byte becomes a float without a conversion: 0x4700xx00 are the bits of 32768 + xx. Where
-// 32768 + mean is a float too, (32768 + xx) - (32768 + mean) rounds exactly what xx - mean rounds.
-// Floats up to 65536 hold every multiple of 1/256.
+// A byte becomes a float without a conversion: 0x4700xx00 are the bits of 32768 + xx. If 32768 +
+// mean is a float, too, (32768 + xx) - (32768 + mean) equals xx - mean before rounding, hence after
+// it. Floats below 65536 represent every multiple of 1/256.
 constexpr uint8_t kOffsetTopByte = 0x47;
 constexpr float kOffset = 32768.0F;
 

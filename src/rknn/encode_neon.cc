@@ -1,5 +1,5 @@
-// Advanced SIMD loops, sixteen pixels a step. Where the constants leave the ground on which a short
-// cut below holds, the plain loops take over.
+// Advanced SIMD loops, sixteen pixels a step. Float16's shortcut holds only for some constants; see
+// AcceptsFloat16().
 #include <arm_neon.h>
 
 #include <cstddef>
@@ -29,7 +29,7 @@ struct Floats {
   float32x4_t quarter[4];
 };
 
-// How byte - mean is formed. Plainly: widen, convert, subtract.
+// Computes byte - mean the plain way: widen, convert, subtract.
 struct PlainDifference {
   static float Subtrahend(float mean) { return mean; }
   static Floats Of(uint8x16_t bytes, float32x4_t mean) {
@@ -42,7 +42,7 @@ struct PlainDifference {
   }
 };
 
-// Without a conversion, see AllMeansTakeOffset().
+// Computes it without a conversion; see AllMeansTakeOffset().
 struct OffsetDifference {
   static float Subtrahend(float mean) { return kOffset + mean; }
   static Floats Of(uint8x16_t bytes, float32x4_t mean_with_offset) {
@@ -61,8 +61,8 @@ inline void Store(const Floats& values, float* plane) {
   for (int q = 0; q < 4; ++q) vst1q_f32(plane + 4 * q, values.quarter[q]);
 }
 
-// Halves of values that were scaled by 2^-112 besides: their exponents have the half's bias, so
-// the half is bits 13 to 27, and the sign. See Float16().
+// Encodes values that were also scaled by 2^-112: their exponents have the half's bias, so bits 13
+// to 27 and the sign make up the half. See Float16().
 inline uint16x8_t RebiasedHalves(float32x4_t first, float32x4_t second) {
   const uint32x4_t first_bits = vreinterpretq_u32_f32(first);
   const uint32x4_t second_bits = vreinterpretq_u32_f32(second);
@@ -77,7 +77,7 @@ inline void Store(const Floats& rebiased, uint16_t* plane) {
   vst1q_u16(plane + 8, RebiasedHalves(rebiased.quarter[2], rebiased.quarter[3]));
 }
 
-// The conversion truncates and saturates as the rule does, a NaN gives 0.
+// The conversion follows the rule: it truncates, saturates and turns NaN into 0.
 inline int16x8_t LowHalves(float32x4_t first, float32x4_t second) {
   return vuzp1q_s16(vreinterpretq_s16_s32(vcvtq_s32_f32(first)),
                     vreinterpretq_s16_s32(vcvtq_s32_f32(second)));
@@ -120,23 +120,24 @@ void FillBlocks(const EncodePlan<Element>& plan) {
   }
 }
 
-void Float16(const EncodePlan<uint16_t>& plan) {
-  // 2^-112 joins the scale where that changes no element: the scale stays a normal number and every
-  // value that is not 0 keeps clear of both ends of the half's range.
-  bool is_clear = AllStayWithin(plan, PowerOfTwo(-13), 65504.0F);
+// Multiplying the scale by 2^-112 changes no element if the scale stays a normal number and every
+// value other than 0 stays away from both ends of the half's range.
+bool AcceptsFloat16(const EncodePlan<uint16_t>& plan) {
   for (int c = 0; c < plan.channels; ++c) {
     const float scale = plan.scales[c];
-    is_clear = is_clear && (scale >= PowerOfTwo(-14) || scale <= -PowerOfTwo(-14));
+    if (!(scale >= PowerOfTwo(-14) || scale <= -PowerOfTwo(-14))) return false;
   }
-  if (!is_clear) return kPortableKernels.float16(plan);
+  return AllStayWithin(plan, PowerOfTwo(-13), 65504.0F);
+}
+
+void Float16(const EncodePlan<uint16_t>& plan) {
   EncodePlan<uint16_t> rebiased = plan;
   for (float& scale : rebiased.scales) scale *= PowerOfTwo(-112);
   FillBlocks(rebiased);
 }
 
-// Only the low 16 bits of a difference reach the element, so it is formed in 16 bits.
+// Only the low 16 bits of a difference reach the element, so 16-bit arithmetic suffices.
 void Dfp16Integers(const IntegerPlan& plan) {
-  if (plan.fraction_bits < 0) return kPortableKernels.dfp16_integers(plan);
   const int16x8_t shift =
       vdupq_n_s16(static_cast<int16_t>(plan.fraction_bits < 16 ? plan.fraction_bits : 16));
   uint16x8_t minus_means[3];
@@ -160,7 +161,7 @@ void Dfp16Integers(const IntegerPlan& plan) {
 
 }  // namespace
 
-const EncodeKernels kNeonKernels = {"neon",  kBlockPixels,        FillBlocks<float>,
+const EncodeKernels kNeonKernels = {"neon",  kBlockPixels,        AcceptsFloat16, FillBlocks<float>,
                                     Float16, FillBlocks<int16_t>, Dfp16Integers};
 
 }  // namespace corvane

@@ -1,4 +1,4 @@
-// The rules in plain loops: what every CPU runs, and what the vector loops leave to them.
+// The rules in plain loops, for any CPU and for the calls that the vector loops do not accept.
 #include <cstddef>
 #include <cstdint>
 
@@ -8,10 +8,10 @@
 namespace corvane {
 namespace {
 
-// rule(byte, c) is the element of a pixel's byte c. For rules that compilers vectorise.
+// Fills the planes with rule(byte, c) of each pixel's byte c. For rules that compilers vectorise.
 template <class Element, class Plan, class Rule>
 inline void FillByRule(const Plan& call, int channels, Rule rule) {
-  const Plan plan = call;  // a copy's fields cannot change by stores to the planes
+  const Plan plan = call;  // a local copy: stores to the planes cannot alias its fields
   Element* __restrict plane0 = plan.planes[0];
   if (channels == 1) {
     for (std::size_t i = 0; i < plan.pixel_count; ++i) plane0[i] = rule(plan.pixels[i], 0);
@@ -26,10 +26,13 @@ inline void FillByRule(const Plan& call, int channels, Rule rule) {
   }
 }
 
-// For longer rules: evaluated for all bytes once, where there are pixels enough to make up for it.
+// From this many pixels on, building a table of 256 elements for each channel pays off.
+constexpr std::size_t kTablePixels = 512;
+
+// Does the same for longer rules: where pixels are many, evaluates the rule once for each byte.
 template <class Element, class Plan, class Rule>
 inline void Fill(const Plan& plan, int channels, Rule rule) {
-  if (plan.pixel_count < 512) return FillByRule<Element>(plan, channels, rule);
+  if (plan.pixel_count < kTablePixels) return FillByRule<Element>(plan, channels, rule);
   Element table[3][256];
   for (int c = 0; c < channels; ++c) {
     for (int byte = 0; byte < 256; ++byte) table[c][byte] = rule(static_cast<uint8_t>(byte), c);
@@ -63,6 +66,7 @@ void Dfp16Integers(const IntegerPlan& plan) {
 
 }  // namespace
 
-const EncodeKernels kPortableKernels = {"portable", 0, Float32, Float16, Dfp16, Dfp16Integers};
+const EncodeKernels kPortableKernels = {"portable", 0,     nullptr,      Float32,
+                                        Float16,    Dfp16, Dfp16Integers};
 
 }  // namespace corvane

@@ -15,7 +15,8 @@ bool CpuHasAvx2AndF16c() {
   unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
   const bool has_f16c = __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & (1U << 29)) != 0;
   __builtin_cpu_init();
-  return has_f16c && __builtin_cpu_supports("avx2");  // the latter knows what the system saves
+  return has_f16c &&
+         __builtin_cpu_supports("avx2");  // also checks that the system saves AVX registers
 }
 #endif
 
@@ -24,8 +25,21 @@ const EncodeKernels& FastestKernels() {
   return fastest;
 }
 
-const EncodeKernels& For(const InputImage& image, const EncodeKernels& kernels) {
-  return image.pixel_count < kernels.min_pixels ? kPortableKernels : kernels;
+bool AcceptsConstants(const EncodeKernels&, const EncodePlan<float>&) { return true; }
+bool AcceptsConstants(const EncodeKernels& kernels, const EncodePlan<uint16_t>& plan) {
+  return kernels.accepts_float16 == nullptr || kernels.accepts_float16(plan);
+}
+bool AcceptsConstants(const EncodeKernels&, const EncodePlan<int16_t>&) { return true; }
+bool AcceptsConstants(const EncodeKernels&, const IntegerPlan& plan) {
+  return plan.fraction_bits >= 0;
+}
+
+// The one place that falls back to the portable loops.
+template <class Plan>
+const EncodeKernels& PreferredOrPortable(const EncodeKernels& preferred, const Plan& plan) {
+  const bool is_accepted =
+      plan.pixel_count >= preferred.min_pixels && AcceptsConstants(preferred, plan);
+  return is_accepted ? preferred : kPortableKernels;
 }
 
 template <class Plan, class Element>
@@ -46,8 +60,8 @@ EncodePlan<Element> MakePlan(const InputImage& image, const Normalisation& norma
   for (int c = 0; c < image.channels; ++c) {
     plan.means[c] = normalisation.means != nullptr ? normalisation.means[c] : 0.0F;
     plan.scales[c] = normalisation.scales != nullptr ? normalisation.scales[c] : 1.0F;
-    // Which of two NaNs a product carries on hangs on the order of its operands, and compilers swap
-    // them. The mean's is to win everywhere.
+    // If both factors are NaN, the product's payload depends on their order, which compilers
+    // change. Make the mean's NaN win.
     if (plan.means[c] != plan.means[c] && plan.scales[c] != plan.scales[c]) plan.scales[c] = 1.0F;
   }
   SetPlanes(image, planes, &plan);
@@ -71,12 +85,14 @@ const EncodeKernels* const* UsableKernels() {
 
 void EncodeFloat32(const EncodeKernels& kernels, const InputImage& image,
                    const Normalisation& normalisation, float* planes) {
-  For(image, kernels).float32(MakePlan(image, normalisation, planes));
+  const EncodePlan<float> plan = MakePlan(image, normalisation, planes);
+  PreferredOrPortable(kernels, plan).float32(plan);
 }
 
 void EncodeFloat16(const EncodeKernels& kernels, const InputImage& image,
                    const Normalisation& normalisation, uint16_t* planes) {
-  For(image, kernels).float16(MakePlan(image, normalisation, planes));
+  const EncodePlan<uint16_t> plan = MakePlan(image, normalisation, planes);
+  PreferredOrPortable(kernels, plan).float16(plan);
 }
 
 void EncodeDfp16(const EncodeKernels& kernels, const InputImage& image,
@@ -88,12 +104,12 @@ void EncodeDfp16(const EncodeKernels& kernels, const InputImage& image,
       plan.means[c] = normalisation.means != nullptr ? TruncateToInt32(normalisation.means[c]) : 0;
     }
     SetPlanes(image, planes, &plan);
-    For(image, kernels).dfp16_integers(plan);
+    PreferredOrPortable(kernels, plan).dfp16_integers(plan);
     return;
   }
   EncodePlan<int16_t> plan = MakePlan(image, normalisation, planes);
   for (float& scale : plan.scales) scale = PowerOfTwo(fraction_bits) * scale;
-  For(image, kernels).dfp16(plan);
+  PreferredOrPortable(kernels, plan).dfp16(plan);
 }
 
 void EncodeFloat32(const InputImage& image, const Normalisation& normalisation, float* planes) {

@@ -1,6 +1,5 @@
 // Builds the model's input tensor from an image: one plane for each channel, every byte normalised
-// and encoded. The four-line rules are in pixel_rules.h; this picks the fastest loops that equal
-// them.
+// and encoded by the rules in pixel_rules.h. The fastest loops that this CPU runs are chosen.
 #ifndef CORVANE_SRC_RKNN_INPUT_ENCODER_H_
 #define CORVANE_SRC_RKNN_INPUT_ENCODER_H_
 
@@ -16,13 +15,13 @@ struct InputImage {
   bool reverse_channels;  // channel c goes to plane 2 - c instead of plane c
 };
 
-// One value for each byte of a pixel, in the image's order; null leaves the step out.
+// One value for each byte of a pixel, in the image's order; null skips the step.
 struct Normalisation {
   const float* means;
   const float* scales;
 };
 
-// Each writes pixel_count * channels elements and reads nothing behind the image's last byte.
+// Each function writes pixel_count * channels elements and reads nothing outside the image.
 void EncodeFloat32(const InputImage& image, const Normalisation& normalisation, float* planes);
 void EncodeFloat16(const InputImage& image, const Normalisation& normalisation, uint16_t* planes);
 void EncodeDfp16(const InputImage& image, const Normalisation& normalisation, int fraction_bits,

@@ -1,7 +1,7 @@
-// What one element of the input tensor is worth: the definition that every loop equals bit for bit.
+// The value of one element of the input tensor: the definition that every loop equals bit for bit.
 //
-// Everything is in an unnamed namespace: files compiled for wider instruction sets include this
-// too, and their copies must never be the ones that the linker picks for the rest of the library.
+// Everything is in an unnamed namespace: files compiled for wider instruction sets include this,
+// too, and the linker must never pick their copies for the rest of the library.
 #ifndef CORVANE_SRC_RKNN_PIXEL_RULES_H_
 #define CORVANE_SRC_RKNN_PIXEL_RULES_H_
 
@@ -11,7 +11,8 @@
 namespace corvane {
 namespace {
 
-// 2^exponent, subnormal results included, also in a thread that flushes them: made of bits.
+// Returns 2^exponent. Built from bits, so that subnormal results survive in a thread that flushes
+// them.
 inline float PowerOfTwo(int exponent) {
   uint32_t bits = 0;
   if (exponent > 127) {
@@ -30,7 +31,7 @@ inline float Normalise(uint8_t byte, float mean, float scale) {
   return (static_cast<float>(byte) - mean) * scale;
 }
 
-// Half precision with the fraction cut off, no subnormals, no infinity and no NaN.
+// Encodes half precision: the fraction is truncated; no subnormal, infinity or NaN results.
 inline uint16_t FloatToHalf(float value) {
   uint32_t bits = 0;
   std::memcpy(&bits, &value, sizeof(bits));
@@ -40,7 +41,7 @@ inline uint16_t FloatToHalf(float value) {
   return static_cast<uint16_t>(sign | (kept < 0x1C400 ? 0 : finite));  // below 2^-14
 }
 
-// Toward zero; beyond the range the nearest limit, NaN gives 0.
+// Rounds toward zero. Values beyond the range give the nearest limit, NaN gives 0.
 inline int32_t TruncateToInt32(float value) {
   const bool is_above = value >= 2147483648.0F;
   const bool is_inside = value >= -2147483648.0F && value < 2147483648.0F;
@@ -60,8 +61,8 @@ inline int16_t QuantizeDfp16(float value, float factor) {
   return LowHalf(static_cast<uint32_t>(TruncateToInt32(value * factor)));
 }
 
-// (byte - mean) * 2^fraction_bits in 32-bit integers that wrap. A negative fraction_bits divides,
-// toward zero.
+// Returns the low half of (byte - mean) * 2^fraction_bits in 32-bit integers that wrap. A negative
+// fraction_bits divides, rounding toward zero.
 inline int16_t QuantizeInteger(uint8_t byte, int32_t mean, int fraction_bits) {
   const uint32_t difference = uint32_t{byte} - static_cast<uint32_t>(mean);
   if (fraction_bits >= 0)
