@@ -1,12 +1,15 @@
-// CORVANE_EXPORT marks what libCorvaneCommon.so offers; every other symbol of the library is
-// hidden.
+// CORVANE_EXPORT marks what libCorvaneCommon.so exports; every other symbol of the library is
+// hidden. CORVANE_INLINE marks a function whose body is in a public header: every program or
+// library that uses it gets a copy of its own, which it neither exports nor shares with others.
 #ifndef CORVANE_EXPORT_H_
 #define CORVANE_EXPORT_H_
 
 #if defined(__GNUC__) || defined(__clang__)
 #define CORVANE_EXPORT __attribute__((visibility("default")))
+#define CORVANE_INLINE __attribute__((visibility("hidden"))) inline
 #else
 #define CORVANE_EXPORT
+#define CORVANE_INLINE inline
 #endif
 
 #endif  // CORVANE_EXPORT_H_

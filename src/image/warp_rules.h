@@ -5,6 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#if defined(__FAST_MATH__)
+#error "The rules need IEEE arithmetic: compile this library without -ffast-math and -Ofast."
+#endif
+
 namespace corvane {
 namespace {
 

@@ -8,6 +8,10 @@
 #include <cstdint>
 #include <cstring>
 
+#if defined(__FAST_MATH__)
+#error "The rules need IEEE arithmetic: compile this library without -ffast-math and -Ofast."
+#endif
+
 namespace corvane {
 namespace {
 

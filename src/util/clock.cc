@@ -9,8 +9,7 @@ namespace corvane {
 double get_current_time() {
   timeval now = {};
   gettimeofday(&now, nullptr);
-  // One rounding for the sum: the fraction keeps every bit that a double has left at this
-  // magnitude.
+  // The sum is rounded once: the fraction keeps every bit that a double has left at this magnitude.
   return std::fma(static_cast<double>(now.tv_sec), 1000.0,
                   static_cast<double>(now.tv_usec) * 0.001);
 }

@@ -1,9 +1,8 @@
 // The one place that sets the floating-point mode.
 //
-// The kit's numbers are defined with subnormals taken as zero, and old cores take a slow path for
-// them, so loading the library switches flush-to-zero on in the thread that loads it; threads that
-// this thread starts later inherit the mode. Everything else is the default: round to nearest,
-// NaNs propagate, no traps.
+// docs/exactness.md says what the mode is for. The initialiser sets it in the thread that loads the
+// library; threads that this thread starts later inherit it. Everything else is the default: round
+// to nearest, propagate NaNs, no traps.
 #include <cstdint>
 
 #if defined(__SSE__)

@@ -1,13 +1,15 @@
 // Lets a library that a new GCC compiled run with the libstdc++ of old board images.
 //
-// The headers of GCC 12 report an impossible std::vector or allocator length by a function that
-// libstdc++ offers only since GCC 11 (GLIBCXX_3.4.29). Having a definition of our own, which stays
-// hidden inside the library like every symbol that is not listed in exports.map, nothing newer than
-// the boards' GLIBCXX_3.4.22 is asked for. What is thrown is the same.
+// The headers of GCC 12 report an impossible length of a std::vector or an allocation through a
+// function that libstdc++ has only since GCC 11 (GLIBCXX_3.4.29). This file defines it, so the
+// library requires nothing newer than the boards' GLIBCXX_3.4.22. The definition stays hidden
+// inside the library, as every symbol does that exports.map does not list, and throws the same
+// exception.
 //
-// Only functions that the headers really pull in stand here; tests/package/check_library tells when
-// one more is needed.
+// tests/package/check_library fails when the headers need one more such function.
 #include <new>
+
+#if defined(__GLIBCXX__)  // other standard libraries have no such function, or define it themselves
 
 namespace std {  // NOLINT(cert-dcl58-cpp): it belongs there
 
@@ -17,3 +19,5 @@ namespace std {  // NOLINT(cert-dcl58-cpp): it belongs there
 void __throw_bad_array_new_length() { throw bad_array_new_length(); }
 
 }  // namespace std
+
+#endif
