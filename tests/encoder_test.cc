@@ -1,9 +1,8 @@
-// The encoders: every compiled set of loops against literals and against the rules computed another
-// way (in double, case by case), on all bytes and on constants made to break short cuts.
+// Every compiled set of encoder loops against literals and against the rules computed another way
+// (in double, case by case), on all bytes and on constants chosen to break shortcuts.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstring>
@@ -13,6 +12,7 @@
 #include "src/rknn/encode_kernels.h"
 #include "src/rknn/input_encoder.h"
 #include "src/rknn/pixel_rules.h"
+#include "tests/support/guarded_buffer.h"
 #if defined(__SSE__)
 #include <xmmintrin.h>
 #endif
@@ -23,7 +23,7 @@ namespace {
 constexpr float kInf = std::numeric_limits<float>::infinity();
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
-// Flush-to-zero on or off for a scope, in this thread.
+// Switches flush-to-zero on or off in this thread for a scope.
 class ScopedFlushToZero {
  public:
 #if defined(__aarch64__)
@@ -54,10 +54,8 @@ uint32_t Bits(float value) {
   return bits;
 }
 
-// ------------------------------------------------------------- the rules, written another way
-
-// A double holds both steps' exact results closely enough that rounding it once more to float is
-// the float operation.
+// The rules, computed another way. Double precision holds each step's exact result closely enough
+// that rounding it to float equals the float operation.
 float Difference(uint8_t byte, float mean) {
   return std::isnan(mean) ? mean : static_cast<float>(1.0 * byte - double{mean});
 }
@@ -93,12 +91,11 @@ int16_t Dfp16Integer(uint8_t byte, float mean, int fraction_bits) {
   return static_cast<int16_t>(value);
 }
 
-// ------------------------------------------------------------------------------ one comparison
-
 enum class Kind { kFloat32, kFloat16, kDfp16 };
 constexpr Kind kKinds[] = {Kind::kFloat32, Kind::kFloat16, Kind::kDfp16};
 
-// A NaN may come from either operand; where hosts differ, all sets of loops must still agree.
+// Hosts differ in which operand's NaN a product keeps, so the rules are compared for any NaN. The
+// sets of loops on one host must agree on its bits.
 uint32_t AnyNan(float value) { return std::isnan(value) ? 0x7FC00000 : Bits(value); }
 
 uint32_t Expected(Kind kind, uint8_t byte, const Normalisation& constants, int channels, int c,
@@ -114,7 +111,7 @@ uint32_t Expected(Kind kind, uint8_t byte, const Normalisation& constants, int c
   return kind == Kind::kFloat32 ? AnyNan(value) : Half(value);
 }
 
-// Encodes between canaries and returns the elements' bits.
+// Encodes into a buffer with canaries on both sides and returns the elements' bits.
 template <class Element, class Encode>
 std::vector<uint32_t> Between(std::size_t count, std::size_t lead, Encode encode) {
   const Element canary = static_cast<Element>(0x5A5A);
@@ -134,7 +131,7 @@ std::vector<uint32_t> Between(std::size_t count, std::size_t lead, Encode encode
 std::vector<uint32_t> Encode(const EncodeKernels& kernels, Kind kind, const InputImage& image,
                              const Normalisation& constants, int fraction_bits) {
   const std::size_t count = image.pixel_count * image.channels;
-  const std::size_t lead = 1 + image.pixel_count % 9;  // all alignments come up
+  const std::size_t lead = 1 + image.pixel_count % 9;  // so that every alignment occurs
   switch (kind) {
     case Kind::kFloat32:
       return Between<float>(
@@ -183,7 +180,7 @@ bool AllAgree(Kind kind, const InputImage& image, const Normalisation& constants
   return true;
 }
 
-// All 256 bytes in each channel, and 19 pixels more so that no block boundary is special.
+// All 256 bytes in each channel, and 19 pixels more, so that the end is inside a block.
 constexpr std::size_t kAllBytes = 256 + 19;
 std::vector<uint8_t> AllBytes(int channels) {
   std::vector<uint8_t> pixels(kAllBytes * channels);
@@ -193,7 +190,8 @@ std::vector<uint8_t> AllBytes(int channels) {
   return pixels;
 }
 
-// One mean and scale in channel `at` of a colour image among ordinary ones, and in a gray image.
+// Uses the mean and scale in channel `at` of a colour image, beside ordinary ones, and in a gray
+// image.
 bool AllAgreeOnAllBytes(Kind kind, float mean, float scale, int at, int fraction_bits) {
   static const std::vector<uint8_t> gray = AllBytes(1);
   static const std::vector<uint8_t> colour = AllBytes(3);
@@ -212,8 +210,6 @@ class EncoderTest : public testing::TestWithParam<bool> {
   ScopedFlushToZero mode_{GetParam()};
 };
 INSTANTIATE_TEST_SUITE_P(FlushToZero, EncoderTest, testing::Bool());
-
-// --------------------------------------------------------------------------------------- cases
 
 TEST(EncodingTest, HalvesThatAreKnown) {
   const struct {
@@ -279,34 +275,12 @@ TEST(EncodingTest, ElementsThatAreKnown) {
 }
 
 TEST_P(EncoderTest, AgreesOnAllBytesForEveryKindOfConstant) {
-  const float means[] = {0,
-                         -0.0F,
-                         127.5F,
-                         123.675F,
-                         104,
-                         0.1F,
-                         -3.25F,
-                         254.99F,
-                         255,
-                         300,
-                         1e-40F,
-                         1e-20F,
-                         1e30F,
-                         1e9F,
-                         -32767,
-                         -32768,
-                         32768,
-                         40000.5,
-                         2147483648.0F,
-                         -3e9F,
-                         kInf,
-                         -kInf,
-                         kNan,
-                         -kNan,
-                         FLT_MAX,
-                         128 + 1 / 256.0F,
-                         128 + 1 / 512.0F,
-                         FromBits(0x7FA12345)};
+  const float kOtherNan = FromBits(0x7FA12345);
+  const float means[] = {0,       -0.0F,   127.5F,        123.675F,      104,    0.1F,
+                         -3.25F,  254.99F, 255,           300,           1e-40F, 1e-20F,
+                         1e30F,   1e9F,    -32767,        -32768,        32768,  40000.5F,
+                         -3e9F,   kInf,    -kInf,         kNan,          -kNan,  kOtherNan,
+                         FLT_MAX, 0x1p31F, 128.00390625F, 128.001953125F};
   const float scales[] = {1,        1 / 127.5F, -0.5F, 0.017F, 0,      -0.0F,    1 / 255.0F,
                           0x1p-14F, 0x1p-15F,   1e-8F, 1e-38F, 1e-40F, 1e30F,    257.0F,
                           1e36F,    kInf,       -kInf, kNan,   -kNan,  -FLT_MAX, 8421504.5F};
@@ -321,7 +295,7 @@ TEST_P(EncoderTest, AgreesOnAllBytesForEveryKindOfConstant) {
   }
 }
 
-// Scales that put one byte's value just below, on and just above each limit of each encoding.
+// The scales put one byte's value just below, on and just above each limit of each encoding.
 TEST_P(EncoderTest, AgreesNextToEveryLimit) {
   int at = 0;
   for (const float limit : {0x1p-126F, 0x1p-14F, 0x1p-13F, 32768.0F, 65504.0F, 65536.0F, 0x1p31F}) {
@@ -332,8 +306,7 @@ TEST_P(EncoderTest, AgreesNextToEveryLimit) {
         for (int ulps = -2; ulps <= 2; ++ulps) {
           const float scale = FromBits(Bits(exact) + static_cast<uint32_t>(ulps));
           at = (at + 1) % 3;
-          // At 2^-126 hosts may round into or out of zero, see docs/exactness.md; loops on one host
-          // not.
+          // At 2^-126 two hosts may differ (docs/exactness.md), but not two sets of loops on one.
           for (const Kind kind : kKinds) {
             if (!AllAgreeOnAllBytes(kind, mean, at == 0 ? -scale : scale, at, 0)) return;
           }
@@ -343,16 +316,44 @@ TEST_P(EncoderTest, AgreesNextToEveryLimit) {
   }
 }
 
-// Byte 1 with a scale of v is v itself: the half loops convert all upper bit patterns there are,
-// the fixed-point ones every seventh triple.
+// With a mean of -1024 - 256 * q, the differences of all bytes and all q are 1024 to 2047: every
+// pattern of the ten fraction bits that halves keep. A power of two as scale then gives every
+// exponent, and a scale just below it gives the values whose truncated bits are all ones.
 TEST_P(EncoderTest, ConvertsEveryUpperBitPattern) {
-  const std::vector<uint8_t> ones(16 * 3, 1);
-  for (uint32_t upper = 0; upper < 1U << 19; upper += 3) {
-    const float scales[] = {FromBits(upper << 13), FromBits((upper << 13) + (8192 + 0x1FFF)),
-                            FromBits((upper + 2) << 13)};
-    const InputImage image = {ones.data(), 16, 3, false};
-    if (!AllAgree(Kind::kFloat16, image, {nullptr, scales})) return;
-    if (upper % 21 == 0 && !AllAgree(Kind::kDfp16, image, {nullptr, scales}, 0)) return;
+  const std::vector<uint8_t> colour = AllBytes(3);
+  for (int exponent = -149; exponent <= 127; ++exponent) {
+    for (const bool is_below : {false, true}) {
+      for (int quarter = 0; quarter < 4; ++quarter) {
+        const float mean = static_cast<float>(-1024 - 256 * quarter);
+        const float scale = FromBits(Bits(PowerOfTwo(exponent)) - (is_below ? 1 : 0));
+        const float means[] = {mean, mean, mean};
+        const float scales[] = {scale, -scale, scale};
+        const InputImage image = {colour.data(), kAllBytes, 3, false};
+        ASSERT_TRUE(AllAgree(Kind::kFloat16, image, {means, scales}));
+        ASSERT_TRUE(quarter > 0 || AllAgree(Kind::kDfp16, image, {means, scales}, 0));
+      }
+    }
+  }
+}
+
+// From 512 pixels on, the portable loops read a table.
+TEST_P(EncoderTest, AgreesOnBothSidesOfTheTablesThreshold) {
+  std::vector<uint8_t> pixels(3 * 1025);
+  for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<uint8_t>(i * 167 >> 2);
+  const float means[] = {127.5F, -3.25F, 300};
+  const float scales[] = {1 / 127.5F, -0.017F, 40};
+  for (const std::size_t pixel_count : {511, 512, 1025}) {
+    for (const int channels : {1, 3}) {
+      for (const bool reverse : {false, true}) {
+        const InputImage image = {pixels.data(), pixel_count, channels, reverse && channels == 3};
+        for (const int fraction_bits : {-3, 0, 8, 15}) {
+          for (const Kind kind : kKinds) {
+            ASSERT_TRUE(AllAgree(kind, image, {means, scales}, fraction_bits));
+            ASSERT_TRUE(AllAgree(kind, image, {means, nullptr}, fraction_bits));
+          }
+        }
+      }
+    }
   }
 }
 
@@ -365,31 +366,25 @@ TEST_P(EncoderTest, TakesEveryFractionLength) {
   }
 }
 
-// Images that end, then begin, at a page that cannot be read.
 TEST_P(EncoderTest, ReadsNothingOutsideTheImage) {
-  const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-  auto* pages = static_cast<uint8_t*>(
-      mmap(nullptr, 3 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_NE(pages, MAP_FAILED);
-  for (std::size_t i = 0; i < page; ++i) pages[page + i] = static_cast<uint8_t>(i * 7);
-  ASSERT_EQ(mprotect(pages, page, PROT_NONE), 0);
-  ASSERT_EQ(mprotect(pages + 2 * page, page, PROT_NONE), 0);
-
+  using corvane_test::GuardedBuffer;
   const float means[] = {127.5F, 123.675F, 104};
   const float scales[] = {1 / 127.5F, 0.017F, 1 / 128.0F};
-  for (const float* scale : {scales, static_cast<const float*>(nullptr)}) {
-    for (const int channels : {1, 3}) {
+  for (const auto flush : {GuardedBuffer::Flush::kAtBegin, GuardedBuffer::Flush::kAtEnd}) {
+    for (const std::size_t channels : {1, 3}) {
       for (std::size_t width = 0; width <= 2 * 16 + 3; ++width) {
-        for (const std::size_t start : {2 * page - width * channels, page}) {
-          for (const Kind kind : kKinds) {
-            const InputImage image = {pages + start, width, channels, width % 2 == 1};
-            ASSERT_TRUE(AllAgree(kind, image, {means, scale}));
-          }
+        const GuardedBuffer pixels(width * channels, flush);
+        for (std::size_t i = 0; i < pixels.size(); ++i) {
+          pixels.data()[i] = static_cast<uint8_t>(i * 7);
+        }
+        const InputImage image = {pixels.data(), width, static_cast<int>(channels), width % 2 == 1};
+        for (const Kind kind : kKinds) {
+          ASSERT_TRUE(AllAgree(kind, image, {means, scales}));
+          ASSERT_TRUE(AllAgree(kind, image, {means, nullptr}));
         }
       }
     }
   }
-  munmap(pages, 3 * page);
 }
 
 }  // namespace

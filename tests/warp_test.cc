@@ -1,9 +1,8 @@
-// The affine warp against a second, plainly written computation, and with every byte around
-// guarded.
+// The affine warp against a second, plainly written computation, on guarded images.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <climits>
 #include <cmath>
@@ -17,10 +16,12 @@
 
 #include "corvane/image.h"
 #include "tests/support/allocation_faults.h"
+#include "tests/support/guarded_buffer.h"
 
 namespace corvane {
 namespace {
 
+using corvane_test::GuardedBuffer;
 using Bytes = std::vector<uint8_t>;
 constexpr int kTransparent = -233;
 constexpr float kInf = std::numeric_limits<float>::infinity();
@@ -44,8 +45,7 @@ std::ostream& operator<<(std::ostream& out, const Job& job) {
   return out;
 }
 
-// ------------------------------------------------------------- the second computation, for one
-// byte
+// The second computation, for one byte.
 
 int64_t ReferenceRound(float t) {
   if (std::isnan(t)) return 0;
@@ -87,31 +87,6 @@ int ReferenceByte(const Job& job, const uint8_t* src, int x, int y, int c) {
   return static_cast<int>((sums[0] * (1024 - fy) + sums[1] * fy) / 32768);
 }
 
-// -------------------------------------------------------------------------------- running one job
-
-// Room for an image that ends, or begins, at an unreadable page.
-class GuardedImage {
- public:
-  GuardedImage(size_t bytes, bool at_end) {
-    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    const size_t room = (bytes + page - 1) / page * page;
-    mapped_ = room + 2 * page;
-    pages_ = static_cast<uint8_t*>(
-        mmap(nullptr, mapped_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    if (room > 0) mprotect(pages_ + page, room, PROT_READ | PROT_WRITE);
-    data_ = pages_ + page + (at_end ? room - bytes : 0);
-  }
-  GuardedImage(const GuardedImage&) = delete;
-  GuardedImage& operator=(const GuardedImage&) = delete;
-  ~GuardedImage() { munmap(pages_, mapped_); }
-  uint8_t* data() const { return data_; }
-
- private:
-  uint8_t* pages_;
-  uint8_t* data_;
-  size_t mapped_;
-};
-
 constexpr size_t kCanaries = 64;
 constexpr uint8_t kCanary = 0xA5, kOld = 0x5A;
 
@@ -135,10 +110,10 @@ Bytes Warp(const Job& job, const uint8_t* src) {
 }
 
 void ExpectEqualsReference(const Job& job, std::mt19937& random) {
-  const GuardedImage src(ByteCount(job.src_width, job.src_height), random() % 2 == 0);
-  for (size_t i = 0; i < ByteCount(job.src_width, job.src_height); ++i) {
-    src.data()[i] = static_cast<uint8_t>(random() >> 8);
-  }
+  const GuardedBuffer src(
+      ByteCount(job.src_width, job.src_height),
+      random() % 2 == 0 ? GuardedBuffer::Flush::kAtBegin : GuardedBuffer::Flush::kAtEnd);
+  for (size_t i = 0; i < src.size(); ++i) src.data()[i] = static_cast<uint8_t>(random() >> 8);
   const Bytes actual = Warp(job, src.data());
   size_t i = 0;
   for (int y = 0; y < job.dst_height; ++y) {
@@ -159,8 +134,6 @@ Matrix Turned(double degrees, double scale, double center_x, double center_y, do
            static_cast<float>(center_x - c * x + s * y), static_cast<float>(s),
            static_cast<float>(c), static_cast<float>(center_y - s * x - c * y)}};
 }
-
-// ------------------------------------------------------------------------------------------- tests
 
 TEST(Warp, EqualsThePerPixelRuleOnTurnedAndScaledImages) {
   std::mt19937 random(7);
@@ -208,7 +181,8 @@ TEST(Warp, EqualsThePerPixelRuleForAnyMatrix) {
   }
 }
 
-// Every difference of two neighbours at every fraction, along both axes, alone and blended further.
+// Every difference of two neighbours at every fraction, along both axes, with and without a second
+// blend.
 TEST(Warp, BlendsEveryDifferenceAtEveryFraction) {
   Bytes along(3 * 3 * 512), down(3 * 3 * 512);
   for (int row = 0; row < 512; ++row) {
@@ -238,7 +212,7 @@ TEST(Warp, BlendsEveryDifferenceAtEveryFraction) {
   }
 }
 
-// A row's positions pass the end of the range and come in again from the other side.
+// A row's positions pass the end of their range and continue from its other end.
 TEST(Warp, FollowsPositionsThatWrap) {
   std::mt19937 random(9);
   for (float step : {60000.25f, -60000.25f, 149796.9f, -149796.9f, 149797.3f, 1.0f, -1.0f}) {
@@ -261,40 +235,26 @@ TEST(Warp, ServesSourcesAtAndBeyondTheFastLimits) {
   const int sizes[][2] = {{10922, 3}, {10923, 3}, {33000, 2}, {3, 32767}, {3, 32768}, {2, 70000}};
   for (const auto& size : sizes) {
     const auto right = static_cast<float>(size[0]), below = static_cast<float>(size[1]);
-    for (int border_type : {kTransparent, 0}) {
-      // The far corner, and then a coarse look at the whole.
-      ASSERT_NO_FATAL_FAILURE(
-          ExpectEqualsReference({size[0],
-                                 size[1],
-                                 25,
-                                 6,
-                                 {{0.75f, 0.25f, right - 12, 0.1f, 0.7f, below - 5}},
-                                 border_type,
-                                 99},
-                                random));
-      ASSERT_NO_FATAL_FAILURE(ExpectEqualsReference(
-          {size[0], size[1], 25, 6, {{right / 23, 0, -9, 0, below / 5, -0.7f}}, border_type, 99},
-          random));
+    const Matrix far_corner = {{0.75f, 0.25f, right - 12, 0.1f, 0.7f, below - 5}};
+    const Matrix whole = {{right / 23, 0, -9, 0, below / 5, -0.7f}};
+    for (const Matrix& matrix : {far_corner, whole}) {
+      for (int border_type : {kTransparent, 0}) {
+        const Job job = {size[0], size[1], 25, 6, matrix, border_type, 99};
+        ASSERT_NO_FATAL_FAILURE(ExpectEqualsReference(job, random));
+      }
     }
   }
 }
 
-// Flips and quarter turns by whole pixels meet every edge exactly.
 TEST(Warp, MeetsEdgesExactlyInEveryOrientation) {
   std::mt19937 random(13);
   const float axes[][4] = {{1, 0, 0, 1}, {-1, 0, 0, 1}, {1, 0, 0, -1}, {-1, 0, 0, -1},
                            {0, 1, 1, 0}, {0, -1, 1, 0}, {0, 1, -1, 0}, {0, -1, -1, 0}};
   for (const auto& axis : axes) {
-    for (int shift_x = -3; shift_x <= 33; ++shift_x) {
-      for (int shift_y : {-1, 0, 1, 14, 15, 16, 17, 30, 31}) {
-        Job job = {31,
-                   16,
-                   26,
-                   4,
-                   {{axis[0], axis[1], static_cast<float>(shift_x), axis[2], axis[3],
-                     static_cast<float>(shift_y)}},
-                   kTransparent,
-                   0};
+    for (float x = -3; x <= 33; ++x) {
+      for (float y : {-1, 0, 1, 14, 15, 16, 17, 30, 31}) {
+        const Matrix matrix = {{axis[0], axis[1], x, axis[2], axis[3], y}};
+        Job job = {31, 16, 26, 4, matrix, kTransparent, 0};
         ASSERT_NO_FATAL_FAILURE(ExpectEqualsReference(job, random));
         job.border_type = 0;
         job.matrix.m[2] += 1023 / 1024.0f;
@@ -304,8 +264,60 @@ TEST(Warp, MeetsEdgesExactlyInEveryOrientation) {
   }
 }
 
-// Far from the origin a float's last bit is a whole unit, so a row start that was rounded twice
-// shows.
+// Memory of zeros that takes room only where it is written; null where the system refuses it.
+class LazyBytes {
+ public:
+  explicit LazyBytes(size_t size)
+      : size_(size),
+        pages_(mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                    MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {}
+  LazyBytes(const LazyBytes&) = delete;
+  LazyBytes& operator=(const LazyBytes&) = delete;
+  ~LazyBytes() {
+    if (pages_ != MAP_FAILED) munmap(pages_, size_);
+  }
+  uint8_t* data() const { return pages_ != MAP_FAILED ? static_cast<uint8_t*>(pages_) : nullptr; }
+
+ private:
+  size_t size_;
+  void* pages_;
+};
+
+TEST(Warp, ReadsASourceBeyondTwoGiB) {
+  for (const auto& [width, height] : {std::pair(30000, 30000), std::pair(1000, 800000)}) {
+    const size_t size = ByteCount(width, height);
+    const LazyBytes src(size);
+    if (src.data() == nullptr) GTEST_SKIP() << "no address space for " << size << " bytes";
+    for (size_t i = 0; i < 3000; ++i) src.data()[size - 1 - i] = static_cast<uint8_t>(i * 31 + 7);
+    const Job job = {
+        width, height,  30, 3, {{1, 0, width - 29.5f, 0, 1, static_cast<float>(height - 2)}},
+        0,     0xFFFFFF};
+    const Bytes actual = Warp(job, src.data());
+    for (int i = 0; i < 3 * 30 * 3; ++i) {
+      ASSERT_EQ(actual[static_cast<size_t>(i)],
+                ReferenceByte(job, src.data(), i % 90 / 3, i / 90, i % 3))
+          << job << " at " << i;
+    }
+  }
+}
+
+TEST(Warp, WritesADestinationBeyondTwoGiB) {
+  constexpr int kWidth = 8000, kHeight = 100000;
+  const size_t size = ByteCount(kWidth, kHeight);
+  const LazyBytes dst(size);
+  if (dst.data() == nullptr) GTEST_SKIP() << "no address space for " << size << " bytes";
+  const Bytes src(ByteCount(kWidth, 2), 77);
+  const Matrix last_row = {{1, 0, 0, 0, 1, 1 - kHeight}};  // the others lie outside
+  warpaffine_bilinear_c3(src.data(), kWidth, 2, dst.data(), kWidth, kHeight, last_row.m,
+                         kTransparent, 0);
+  EXPECT_EQ(dst.data()[size - 3 * kWidth - 1], 0);
+  EXPECT_TRUE(std::all_of(dst.data() + size - 3 * kWidth, dst.data() + size - 3,
+                          [](uint8_t byte) { return byte == 77; }));
+  EXPECT_EQ(dst.data()[size - 1], 0) << "the last column has no right neighbour";
+}
+
+// Far from the origin a float's last bit is a whole unit, so rounding a row start twice changes
+// bytes.
 TEST(Warp, RowStartsAreRoundedOnce) {
   std::mt19937 random(14);
   ExpectEqualsReference({3, 30000, 8, 8000, {{0, 0, 0.5f, 0, 10 / 3.0f, 0.7f}}, 0, 0}, random);
@@ -368,7 +380,7 @@ TEST(Warp, ANegativeWidthAndAFailedTableEndInBadAlloc) {
   EXPECT_EQ(tables, 2);
 }
 
-// The same bytes on every machine: FNV-1a over warps of one synthetic photograph.
+// An FNV-1a hash over warps of one synthetic photograph, the same on every machine.
 TEST(Warp, ChecksumsAreTheSameEverywhere) {
   const int width = 192, height = 108;
   Bytes src(ByteCount(width, height));
