@@ -1,0 +1,13 @@
+# The loops that benchmarks/analyse_loops finds in GCC's assembly, by name. Run with -DSCRIPT=... -DCOMPILER=...
+execute_process(COMMAND ${SCRIPT} --names ${COMPILER} OUTPUT_VARIABLE found RESULT_VARIABLE result)
+string(STRIP "${found}" found)
+set(expected "Dfp16Integers, 3 channels")
+foreach(element Float16 "fixed point" float32)
+  foreach(channels "1 channel" "3 channels")
+    string(APPEND expected "\n${element}, ${channels}\n${element}, ${channels}, any mean")
+  endforeach()
+endforeach()
+string(APPEND expected "\nWarpInsideRunNeon, 3 channels")
+if(NOT result EQUAL 0 OR NOT found STREQUAL expected)
+  message(FATAL_ERROR "expected:\n${expected}\nfound:\n${found}")
+endif()
