@@ -11,7 +11,7 @@
 
 #include "control.h"
 #include "corvane/backend.h"
-#include "simulator/trial.h"
+#include "simulator/models/trial.h"
 #include "tests/support/onnx_writer.h"
 #include "tests/support/runtime_fixture.h"
 

@@ -1,0 +1,155 @@
+#include "simulator/control/call_log.h"
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "simulator/forever.h"
+#include "simulator/models/tensor_codec.h"
+
+namespace rknn_sim {
+
+namespace {
+
+Forever<CallLog> call_log;
+
+// Nothing appended is longer; texts go through AppendText.
+__attribute__((format(printf, 2, 3))) void Append(String* line, const char* format, ...) {
+  char text[256];
+  std::va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(text, sizeof(text), format, arguments);
+  va_end(arguments);
+  line->append(text, static_cast<std::size_t>(std::clamp(length, 0, 255)));
+}
+
+// As a JSON string: bytes that are no ASCII, from whatever encoding, stand as code points.
+void AppendText(String* line, const String& text) {
+  *line += '"';
+  for (const char character : text) {
+    const auto byte = static_cast<uint8_t>(character);
+    if (byte < ' ' || byte > '~' || byte == '"' || byte == '\\') {
+      Append(line, "\\u%04x", byte);
+    } else {
+      *line += character;
+    }
+  }
+  *line += '"';
+}
+
+// The enumerator's name, or the number where it is none.
+template <std::size_t kCount>
+void AppendName(String* line, const char* key, uint32_t value, const char* const (&names)[kCount]) {
+  if (value < kCount) {
+    Append(line, ",\"%s\":\"%s\"", key, names[value]);
+  } else {
+    Append(line, ",\"%s\":%u", key, value);
+  }
+}
+
+constexpr const char* kCommands[] = {"RKNN_QUERY_IN_OUT_NUM",  "RKNN_QUERY_INPUT_ATTR",
+                                     "RKNN_QUERY_OUTPUT_ATTR", "RKNN_QUERY_PERF_DETAIL",
+                                     "RKNN_QUERY_PERF_RUN",    "RKNN_QUERY_SDK_VERSION"};
+constexpr const char* kTypeNames[] = {"FLOAT32", "FLOAT16", "INT8", "UINT8", "INT16"};
+constexpr const char* kFormats[] = {"NCHW", "NHWC"};
+
+// What the call was about.
+void AppendDetails(String* line, const Call& call) {
+  const uint32_t command = RawValue(call.query);
+  switch (call.function) {
+    case Function::kInit:
+      Append(line, ",\"size\":%u,\"flags\":%u", call.size, call.flags);
+      break;
+    case Function::kQuery:
+      AppendName(line, "cmd", command, kCommands);
+      if (command == RKNN_QUERY_INPUT_ATTR || command == RKNN_QUERY_OUTPUT_ATTR) {
+        Append(line, ",\"index\":%u", call.index);
+      }
+      Append(line, ",\"size\":%u", call.size);
+      break;
+    case Function::kInputsSet:
+      Append(line, ",\"n_inputs\":%u,\"inputs\":[", call.count);
+      for (const InputRecord& input : call.inputs) {
+        const rknn_input& record = input.record;
+        Append(line, "%s{\"index\":%u,\"size\":%u,\"pass_through\":%u",
+               &input == call.inputs.data() ? "" : ",", record.index, record.size,
+               record.pass_through);
+        AppendName(line, "type", RawValue(record.type), kTypeNames);
+        AppendName(line, "fmt", RawValue(record.fmt), kFormats);
+        *line += '}';
+      }
+      *line += ']';
+      break;
+    case Function::kOutputsGet:
+    case Function::kOutputsRelease:
+      Append(line, ",\"n_outputs\":%u,\"outputs\":[", call.count);
+      for (const rknn_output& output : call.outputs) {
+        Append(line, "%s{\"index\":%u,\"size\":%u,\"want_float\":%u,\"is_prealloc\":%u}",
+               &output == call.outputs.data() ? "" : ",", output.index, output.size,
+               output.want_float, output.is_prealloc);
+      }
+      *line += ']';
+      break;
+    case Function::kRun:
+    case Function::kDestroy:
+      break;
+  }
+}
+
+long long Microseconds(CallLog::Clock::duration duration) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(duration).count();
+}
+
+}  // namespace
+
+CallLog& TheCallLog() { return *call_log; }
+
+bool CallLog::Open(const char* path, String* why) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  file_ = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
+  if (file_ < 0) {
+    char text[400];
+    std::snprintf(text, sizeof(text),
+                  "'%.200s' cannot be written (%s); wanted a file for the calls", path,
+                  std::strerror(errno));
+    *why = text;
+    return false;
+  }
+  start_ = Clock::now();
+  is_on_ = true;
+  return true;
+}
+
+void CallLog::Write(const Call& call, Clock::time_point begin) {
+  const Clock::time_point end = Clock::now();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  String line;
+  Append(&line, "{\"call\":%llu,\"at_us\":%lld,\"took_us\":%lld,\"thread\":%ld",
+         static_cast<unsigned long long>(++calls_), Microseconds(begin - start_),
+         Microseconds(end - begin), syscall(SYS_gettid));
+  Append(&line, ",\"function\":\"%s\",\"nth\":%llu,\"context\":\"0x%llx\",\"ret\":%d",
+         NameOf(call.function), static_cast<unsigned long long>(call.nth),
+         static_cast<unsigned long long>(call.context), call.ret);
+  AppendDetails(&line, call);
+  if (call.is_misuse) {
+    line += ",\"misuse\":";
+    AppendText(&line, call.misuse);
+  }
+  line += "}\n";
+  // A full disk loses lines, not the program.
+  for (std::size_t at = 0; at < line.size();) {
+    const ssize_t written = write(file_, line.data() + at, line.size() - at);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) break;
+    at += static_cast<std::size_t>(written);
+  }
+}
+
+}  // namespace rknn_sim

@@ -1,0 +1,313 @@
+#include "simulator/models/onnx_model.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "simulator/interface/report.h"
+#include "simulator/models/onnx_network.h"
+#include "simulator/models/tensor_codec.h"
+
+namespace rknn_sim {
+
+namespace {
+
+constexpr std::string_view kPrefix = "corvane.";
+
+int Shown(const String& text) { return static_cast<int>(std::min<std::size_t>(text.size(), 60)); }
+
+// ------------------------------------------------------------------------------- the properties
+
+std::string_view Trimmed(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
+// As strtof, but for every locale.
+bool ParseFloat(std::string_view text, float* value) {
+  text = Trimmed(text);
+  const bool is_negative = !text.empty() && text[0] == '-';
+  if (!text.empty() && (text[0] == '-' || text[0] == '+')) text.remove_prefix(1);
+  auto format = std::chars_format::general;
+  if (text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X") {
+    text.remove_prefix(2);
+    format = std::chars_format::hex;
+  }
+  if (text.empty() || text[0] == '-') return false;
+  const char* end = text.data() + text.size();
+  const auto result = std::from_chars(text.data(), end, *value, format);
+  if (is_negative) *value = -*value;
+  return result.ec == std::errc() && result.ptr == end && std::isfinite(*value);
+}
+
+// One number for all channels or one for each.
+bool ParsePerChannel(std::string_view text, std::size_t channels, Vector<float>* numbers) {
+  for (bool is_last = false; !is_last;) {
+    const std::size_t comma = text.find(',');
+    is_last = comma == std::string_view::npos;
+    float number = 0;
+    if (numbers->size() == channels || !ParseFloat(text.substr(0, comma), &number)) return false;
+    numbers->push_back(number);
+    if (!is_last) text.remove_prefix(comma + 1);
+  }
+  if (numbers->size() == 1) numbers->resize(channels, numbers->front());
+  return numbers->size() == channels;
+}
+
+// Of an input's attribute: C of C x H x W and N x C x H x W, else one.
+std::size_t ChannelsOf(const rknn_tensor_attr& attr) {
+  return attr.n_dims == 3 || attr.n_dims == 4 ? attr.dims[2] : 1;
+}
+
+// What the properties say of the first input.
+struct InputProperties {
+  bool has_fl = false;
+  Vector<float> means, scales;  // empty or one for each channel
+};
+
+bool ReadProperties(const OnnxGraph& graph, rknn_tensor_attr* attr, InputProperties* input,
+                    String* why) {
+  // The last of a name holds: it may have been appended to the file. The type comes first: the
+  // others are judged by it.
+  Vector<const OnnxProperty*> own;
+  for (const OnnxProperty& property : graph.properties) {
+    if (property.key.compare(0, kPrefix.size(), kPrefix) != 0) continue;
+    for (const OnnxProperty*& before : own) {
+      if (before->key == property.key) before = &property;
+    }
+    const bool is_new = std::none_of(
+        own.begin(), own.end(), [&](const OnnxProperty* before) { return before == &property; });
+    if (is_new) own.push_back(&property);
+  }
+  const std::size_t channels = ChannelsOf(*attr);
+  for (const OnnxProperty* property : own) {
+    const std::string_view key = property->key, value = property->value;
+    const auto refuse = [&](const char* wanted) {
+      return Refuse(why, "the model's property %.*s is '%.*s'; wanted %s", Shown(property->key),
+                    property->key.data(), Shown(property->value), property->value.data(), wanted);
+    };
+    char per_channel[80];
+    std::snprintf(per_channel, sizeof(per_channel),
+                  channels == 1 ? "one number" : "one number or %zu, separated by commas",
+                  channels);
+    if (key == "corvane.input.type") {
+      if (!ParseTensorType(value, &attr->type)) {
+        return refuse("float32, float16, int8, uint8 or int16");
+      }
+    } else if (key == "corvane.input.fl") {
+      int fl = 0;
+      const auto result = std::from_chars(value.data(), value.data() + value.size(), fl);
+      if (result.ec != std::errc() || result.ptr != value.data() + value.size() || fl < INT8_MIN ||
+          fl > INT8_MAX) {
+        return refuse("a whole number from -128 to 127");
+      }
+      attr->fl = static_cast<int8_t>(fl);
+      input->has_fl = true;
+    } else if (key == "corvane.input.mean") {
+      if (!ParsePerChannel(value, channels, &input->means)) return refuse(per_channel);
+    } else if (key == "corvane.input.scale") {
+      if (!ParsePerChannel(value, channels, &input->scales)) return refuse(per_channel);
+    } else {
+      return Refuse(why,
+                    "the model's property %.*s is unknown; wanted corvane.input.type, fl, mean or "
+                    "scale",
+                    Shown(property->key), property->key.data());
+    }
+  }
+  const bool may_be_fixed = attr->type == RKNN_TENSOR_INT16 || attr->type == RKNN_TENSOR_INT8;
+  if (input->has_fl && !may_be_fixed) {
+    return Refuse(why,
+                  "the model has the property corvane.input.fl and %s input; wanted it with int16 "
+                  "or int8 only",
+                  TypeName(attr->type));
+  }
+  if (attr->type == RKNN_TENSOR_INT16 && !input->has_fl) {
+    return Refuse(why,
+                  "the model has int16 input and no property corvane.input.fl; wanted its number "
+                  "of fractional bits");
+  }
+  if (input->has_fl) attr->qnt_type = RKNN_TENSOR_QNT_DFP;
+  return true;
+}
+
+// ------------------------------------------------------------------------------- the attributes
+
+void SetName(const String& name, rknn_tensor_attr* attr) {
+  std::memcpy(attr->name, name.data(), std::min<std::size_t>(name.size(), RKNN_MAX_NAME_LEN - 1));
+}
+
+// False where the sizes are none that can be had.
+bool SetDims(const Vector<int64_t>& dims, rknn_tensor_attr* attr) {
+  if (dims.size() > RKNN_MAX_DIMS) return false;
+  uint64_t elements = 1;
+  for (const int64_t dim : dims) {
+    if (dim < 1 || static_cast<uint64_t>(dim) > kMaxElements) return false;
+    elements *= static_cast<uint64_t>(dim);
+    if (elements > kMaxElements) return false;
+  }
+  attr->n_dims = std::max<uint32_t>(1, static_cast<uint32_t>(dims.size()));
+  attr->dims[0] = 1;  // of a scalar
+  std::reverse_copy(dims.begin(), dims.end(), attr->dims);
+  attr->n_elems = static_cast<uint32_t>(elements);
+  return true;
+}
+
+bool NativeType(uint64_t onnx_type, rknn_tensor_type* type) {
+  switch (onnx_type) {
+    case kOnnxFloat:
+      *type = RKNN_TENSOR_FLOAT32;
+      return true;
+    case kOnnxFloat16:
+      *type = RKNN_TENSOR_FLOAT16;
+      return true;
+    case kOnnxInt8:
+      *type = RKNN_TENSOR_INT8;
+      return true;
+    case kOnnxUint8:
+      *type = RKNN_TENSOR_UINT8;
+      return true;
+    case kOnnxInt16:
+      *type = RKNN_TENSOR_INT16;
+      return true;
+    default:
+      return false;
+  }
+}
+
+bool DescribeInput(OnnxTensor* input, rknn_tensor_attr* attr, String* why) {
+  SetName(input->name, attr);
+  attr->scale = 1.0f;
+  const int shown = Shown(input->name);
+  if (!NativeType(input->type, &attr->type)) {
+    return Refuse(why,
+                  "the model's input '%.*s' has elements of ONNX type %llu; wanted float, float16, "
+                  "int8, uint8 or int16",
+                  shown, input->name.data(), static_cast<unsigned long long>(input->type));
+  }
+  if (!input->has_shape || input->dims.empty()) {
+    return Refuse(why, "the model's input '%.*s' has no shape; wanted its sizes", shown,
+                  input->name.data());
+  }
+  // An open batch is one image.
+  if (input->dims[0] == kOpenDim || input->dims[0] == 0) input->dims[0] = 1;
+  const auto open = std::find(input->dims.begin() + 1, input->dims.end(), kOpenDim);
+  if (open != input->dims.end()) {
+    return Refuse(why, "the model's input '%.*s' leaves dimension %d open; wanted a fixed size",
+                  shown, input->name.data(), static_cast<int>(open - input->dims.begin()));
+  }
+  if (SetDims(input->dims, attr)) return true;
+  return Refuse(why,
+                "the model's input '%.*s' has no possible shape; wanted 1 to 16 dimensions and at "
+                "most 2^26 elements",
+                shown, input->name.data());
+}
+
+void SetBytes(rknn_tensor_attr* attr) {
+  attr->size = attr->n_elems * static_cast<uint32_t>(ElementBytes(attr->type));
+}
+
+// ------------------------------------------------------------------------------------- the model
+
+class OnnxModel final : public ExecutableModel {
+ public:
+  bool Load(const uint8_t* bytes, std::size_t size, String* why) {
+    OnnxGraph graph;
+    if (!ReadOnnx(bytes, size, &graph, why)) return false;
+    if (graph.inputs.size() > kMaxTensors || graph.outputs.size() > kMaxTensors) {
+      return Refuse(why, "the model has %zu inputs and %zu outputs; wanted at most %zu of a kind",
+                    graph.inputs.size(), graph.outputs.size(), kMaxTensors);
+    }
+    uint64_t elements = 0;
+    for (OnnxTensor& input : graph.inputs) {
+      rknn_tensor_attr attr = {};
+      attr.index = static_cast<uint32_t>(inputs_.size());
+      if (!DescribeInput(&input, &attr, why)) return false;
+      const bool is_first = inputs_.empty();
+      if (is_first && !ReadProperties(graph, &attr, &properties_, why)) return false;
+      if (!is_first && attr.type == RKNN_TENSOR_INT16) attr.qnt_type = RKNN_TENSOR_QNT_DFP;
+      SetBytes(&attr);
+      elements += attr.n_elems;
+      inputs_.push_back(attr);
+    }
+    if (elements > kMaxElements)
+      return Refuse(why, "the model's inputs have more than 2^26 elements");
+    network_ = LoadOnnxNetwork(bytes, size, graph, why);
+    return network_ != nullptr && DescribeOutputs(graph, why);
+  }
+
+  bool NeedsInput(uint32_t) const override { return true; }
+
+  void ConvertInput(uint32_t i, Vector<float>* numbers) const override {
+    const rknn_tensor_attr& attr = inputs_[i];
+    if (i == 0) {
+      const std::size_t channels = ChannelsOf(attr);
+      const std::size_t plane = channels == 1 ? attr.n_elems : attr.dims[0] * attr.dims[1];
+      for (std::size_t k = 0; k < numbers->size(); ++k) {
+        const std::size_t channel = k / plane % channels;
+        float& number = (*numbers)[k];
+        if (!properties_.means.empty()) number -= properties_.means[channel];
+        if (!properties_.scales.empty()) number *= properties_.scales[channel];
+      }
+    }
+    RoundToNative(attr, numbers);
+  }
+
+  int Run(const Vector<Vector<float>>& inputs, String* why) override {
+    if (!network_->Run(inputs, why)) return RKNN_ERR_FAIL;
+    for (std::size_t i = 0; i < outputs_.size(); ++i) {
+      if (network_->OutputElements(i) == outputs_[i].n_elems) continue;
+      Refuse(why, "output %zu has %zu elements; wanted %u, as at rknn_init", i,
+             network_->OutputElements(i), outputs_[i].n_elems);
+      return RKNN_ERR_FAIL;
+    }
+    return RKNN_SUCC;
+  }
+
+  void CopyOutput(uint32_t i, float* to) const override { network_->CopyOutput(i, to); }
+
+ private:
+  // As declared where the file fixes the sizes, else as the network's first run had them.
+  bool DescribeOutputs(const OnnxGraph& graph, String* why) {
+    uint64_t elements = 0;
+    for (const OnnxTensor& output : graph.outputs) {
+      rknn_tensor_attr attr = {};
+      attr.index = static_cast<uint32_t>(outputs_.size());
+      SetName(output.name, &attr);
+      attr.scale = 1.0f;
+      const std::size_t actual = network_->OutputElements(outputs_.size());
+      const bool is_declared = output.has_shape && SetDims(output.dims, &attr);
+      if (!is_declared || attr.n_elems != actual) {
+        std::fill(std::begin(attr.dims), std::end(attr.dims), 0);
+        if (!SetDims(network_->OutputDims(outputs_.size()), &attr)) {
+          return Refuse(why,
+                        "the model's output '%.*s' has %zu elements; wanted 1 to 2^26 in at most "
+                        "16 dimensions",
+                        Shown(output.name), output.name.data(), actual);
+        }
+      }
+      SetBytes(&attr);
+      elements += attr.n_elems;
+      outputs_.push_back(attr);
+    }
+    return elements <= kMaxElements ||
+           Refuse(why, "the model's outputs have more than 2^26 elements");
+  }
+
+  InputProperties properties_;
+  OnnxNetworkPointer network_;
+};
+
+}  // namespace
+
+ModelPointer MakeOnnxModel(const uint8_t* bytes, std::size_t size, String* why) {
+  auto model = std::allocate_shared<OnnxModel>(MallocAllocator<OnnxModel>());
+  if (!model->Load(bytes, size, why)) return nullptr;
+  return model;
+}
+
+}  // namespace rknn_sim
