@@ -1,4 +1,4 @@
-// Metadata properties of an ONNX file, without a protobuf library.
+// Changes the metadata properties of an ONNX file without a protobuf library.
 #ifndef CORVANE_TOOLS_ONNX_METADATA_H_
 #define CORVANE_TOOLS_ONNX_METADATA_H_
 
@@ -9,8 +9,8 @@
 
 namespace corvane_tool {
 
-// The model with these properties set: those of the same names that it had are left out, everything
-// else stays byte for byte. Throws Failure, which names the file, when the bytes are no ONNX model.
+// Returns the model with these properties. They replace properties of the same names; every other
+// byte is kept. Throws Failure, which names the path, where the bytes are not an ONNX model.
 std::vector<uint8_t> WithMetadata(const std::string& path, const std::vector<uint8_t>& onnx,
                                   const std::map<std::string, std::string>& properties);
 

@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <map>
 
+#include "simulator/interface/rknn_names.h"
 #include "tools/commands.h"
 #include "tools/failure.h"
 #include "tools/files.h"
@@ -14,8 +15,8 @@ namespace corvane_tool {
 namespace {
 
 bool IsTensorType(const std::string& name) {
-  return name == "float32" || name == "float16" || name == "int8" || name == "uint8" ||
-         name == "int16";
+  rknn_tensor_type type;
+  return rknn_sim::ParseTensorType(name, &type);
 }
 
 void CheckConstants(const std::string& name, const std::string& text) {

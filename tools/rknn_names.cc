@@ -3,55 +3,29 @@
 #include <algorithm>
 #include <cstring>
 
+#include "simulator/interface/rknn_names.h"
+
 namespace corvane_tool {
 
+namespace {
+std::string NameOr(const char* name, const char* kind, uint32_t value) {
+  return name != nullptr ? name : kind + std::to_string(value);
+}
+}  // namespace
+
 std::string CodeName(int code) {
-  static constexpr const char* kNames[] = {
-      "RKNN_SUCC",
-      "RKNN_ERR_FAIL",
-      "RKNN_ERR_TIMEOUT",
-      "RKNN_ERR_DEVICE_UNAVAILABLE",
-      "RKNN_ERR_MALLOC_FAIL",
-      "RKNN_ERR_PARAM_INVALID",
-      "RKNN_ERR_MODEL_INVALID",
-      "RKNN_ERR_CTX_INVALID",
-      "RKNN_ERR_INPUT_INVALID",
-      "RKNN_ERR_OUTPUT_INVALID",
-      "RKNN_ERR_DEVICE_UNMATCH",
-      "RKNN_ERR_INCOMPATILE_PRE_COMPILE_MODEL",
-      "RKNN_ERR_INCOMPATILE_OPTIMIZATION_LEVEL_VERSION",
-      "RKNN_ERR_TARGET_PLATFORM_UNMATCH",
-      "RKNN_ERR_NON_PRE_COMPILED_MODEL_ON_MINI_DRIVER",
-  };
-  constexpr int kCount = sizeof(kNames) / sizeof(kNames[0]);
-  const char* name = code <= 0 && code > -kCount ? kNames[-code] : "unknown code";
-  return std::string(name) + " (" + std::to_string(code) + ")";
+  const char* name = rknn_sim::CodeName(code);
+  return std::string(name != nullptr ? name : "unknown code") + " (" + std::to_string(code) + ")";
 }
 
 std::string TypeName(rknn_tensor_type type) {
-  switch (type) {
-    case RKNN_TENSOR_FLOAT32:
-      return "float32";
-    case RKNN_TENSOR_FLOAT16:
-      return "float16";
-    case RKNN_TENSOR_INT8:
-      return "int8";
-    case RKNN_TENSOR_UINT8:
-      return "uint8";
-    case RKNN_TENSOR_INT16:
-      return "int16";
-  }
-  return "type " + std::to_string(static_cast<int>(type));
+  const uint32_t value = rknn_sim::RawValue(type);
+  return NameOr(rknn_sim::TypeNameInFiles(value), "type ", value);
 }
 
 std::string FormatName(rknn_tensor_format format) {
-  switch (format) {
-    case RKNN_TENSOR_NCHW:
-      return "NCHW";
-    case RKNN_TENSOR_NHWC:
-      return "NHWC";
-  }
-  return "format " + std::to_string(static_cast<int>(format));
+  const uint32_t value = rknn_sim::RawValue(format);
+  return NameOr(rknn_sim::FormatName(value), "format ", value);
 }
 
 std::string QuantisationText(const rknn_tensor_attr& attribute) {

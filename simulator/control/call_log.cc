@@ -9,10 +9,9 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 
 #include "simulator/forever.h"
-#include "simulator/models/tensor_codec.h"
+#include "simulator/interface/rknn_names.h"
 
 namespace rknn_sim {
 
@@ -44,21 +43,14 @@ void AppendText(String* line, const String& text) {
   *line += '"';
 }
 
-// The enumerator's name, or the number where it is none.
-template <std::size_t kCount>
-void AppendName(String* line, const char* key, uint32_t value, const char* const (&names)[kCount]) {
-  if (value < kCount) {
-    Append(line, ",\"%s\":\"%s\"", key, names[value]);
+// Appends the name of an enumerator, or its number where it has no name.
+void AppendName(String* line, const char* key, uint32_t value, const char* name) {
+  if (name != nullptr) {
+    Append(line, ",\"%s\":\"%s\"", key, name);
   } else {
     Append(line, ",\"%s\":%u", key, value);
   }
 }
-
-constexpr const char* kCommands[] = {"RKNN_QUERY_IN_OUT_NUM",  "RKNN_QUERY_INPUT_ATTR",
-                                     "RKNN_QUERY_OUTPUT_ATTR", "RKNN_QUERY_PERF_DETAIL",
-                                     "RKNN_QUERY_PERF_RUN",    "RKNN_QUERY_SDK_VERSION"};
-constexpr const char* kTypeNames[] = {"FLOAT32", "FLOAT16", "INT8", "UINT8", "INT16"};
-constexpr const char* kFormats[] = {"NCHW", "NHWC"};
 
 // What the call was about.
 void AppendDetails(String* line, const Call& call) {
@@ -68,7 +60,7 @@ void AppendDetails(String* line, const Call& call) {
       Append(line, ",\"size\":%u,\"flags\":%u", call.size, call.flags);
       break;
     case Function::kQuery:
-      AppendName(line, "cmd", command, kCommands);
+      AppendName(line, "cmd", command, QueryName(command));
       if (command == RKNN_QUERY_INPUT_ATTR || command == RKNN_QUERY_OUTPUT_ATTR) {
         Append(line, ",\"index\":%u", call.index);
       }
@@ -81,8 +73,9 @@ void AppendDetails(String* line, const Call& call) {
         Append(line, "%s{\"index\":%u,\"size\":%u,\"pass_through\":%u",
                &input == call.inputs.data() ? "" : ",", record.index, record.size,
                record.pass_through);
-        AppendName(line, "type", RawValue(record.type), kTypeNames);
-        AppendName(line, "fmt", RawValue(record.fmt), kFormats);
+        const uint32_t type = RawValue(record.type), format = RawValue(record.fmt);
+        AppendName(line, "type", type, TypeName(type));
+        AppendName(line, "fmt", format, FormatName(format));
         *line += '}';
       }
       *line += ']';

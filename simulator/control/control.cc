@@ -9,7 +9,7 @@
 #include "simulator/control/trace.h"
 #include "simulator/interface/context.h"
 #include "simulator/interface/report.h"
-#include "simulator/models/tensor_codec.h"
+#include "simulator/interface/rknn_names.h"
 
 namespace rknn_sim {
 

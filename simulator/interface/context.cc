@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "simulator/forever.h"
+#include "simulator/interface/rknn_names.h"
 #include "simulator/models/tensor_codec.h"
 
 namespace rknn_sim {
@@ -34,6 +35,12 @@ bool Context::Hold(Function function, Function* holder) {
   }
   *holder = static_cast<Function>(current);
   return false;
+}
+
+const Vector<rknn_tensor_attr>* Context::AttributesFor(uint32_t command) const {
+  if (command == RKNN_QUERY_INPUT_ATTR) return &model->inputs();
+  if (command == RKNN_QUERY_OUTPUT_ATTR) return &model->outputs();
+  return nullptr;
 }
 
 void Context::KeepInput(const rknn_input& input) {

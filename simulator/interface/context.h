@@ -20,6 +20,9 @@ class Context {
   bool Hold(Function function, Function* holder);
   void Release() { holder_.store(kFree, std::memory_order_release); }
 
+  // What an attribute query is about; null for other queries.
+  const Vector<rknn_tensor_attr>* AttributesFor(uint32_t command) const;
+
   void KeepInput(const rknn_input& input);
   int Run(String* why);
 

@@ -1,27 +1,21 @@
-// The runtime's C interface: every argument and the order of calls are checked here, before
-// anything works on them.
-#include <algorithm>
+// The runtime's C functions: each records what it was handed, has it checked, meets what a test has
+// scripted, and then does its work.
 #include <chrono>
-#include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <memory>
 #include <utility>
 
+#include "simulator/interface/checks.h"
 #include "simulator/interface/context.h"
 #include "simulator/interface/invocation.h"
-#include "simulator/models/onnx_graph.h"
-#include "simulator/models/onnx_model.h"
-#include "simulator/models/tensor_codec.h"
-#include "simulator/models/text_model.h"
+#include "simulator/interface/rknn_names.h"
+#include "simulator/models/load_model.h"
 
 namespace rknn_sim {
 
 namespace {
 
 unsigned long long Number(rknn_context handle) { return handle; }
-
-bool Enforces(Check check) { return TheScript().Enforces(check); }
 
 // Runs body(context) on a live context that no other call is using.
 template <typename Body>
@@ -45,79 +39,21 @@ int OnContext(Function function, Invocation& call, rknn_context handle, Body bod
   return body(*context);
 }
 
-// 0, or the misuse that the model's bytes show.
-int CheckModelBytes(Invocation& call, ModelBytes::State state) {
-  if (state == ModelBytes::State::kIntact || !Enforces(Check::kModelBytes)) return RKNN_SUCC;
-  return call.Misuse(RKNN_ERR_MODEL_INVALID,
-                     "the model's bytes %s since rknn_init; wanted them kept until rknn_destroy",
-                     state == ModelBytes::State::kChanged ? "have changed" : "have been freed");
-}
-
-// ------------------------------------------------------------------------------- init and destroy
-
-ModelPointer LoadModel(Invocation& call, const uint8_t* bytes, uint32_t size, int* ret) {
-  *ret = RKNN_SUCC;
-  if (const std::shared_ptr<const Model> scripted = TheScript().model()) {
-    return MakeDescribedModel(*scripted);
-  }
-  const auto refuse = [&](const String& why) {
-    *ret = call.Misuse(RKNN_ERR_MODEL_INVALID, "%s", why.c_str());
-    return nullptr;
-  };
-  String why;
-  if (IsPayload(bytes, size)) {
-    Model model;
-    if (ParsePayload(bytes, size, &model, &why)) return MakeDescribedModel(model);
-    return refuse(why);
-  }
-  constexpr char kVendorMagic[] = {'R', 'K', 'N', 'N'};
-  if (size >= sizeof(kVendorMagic) && std::memcmp(bytes, kVendorMagic, sizeof(kVendorMagic)) == 0) {
-    return refuse(
-        "the model is compiled for the NPU, and only the NPU can run it; wanted the ONNX model it "
-        "was compiled from, or a text that begins with 'CORVANE-SIM'");
-  }
-  if (IsOnnx(bytes, size)) {
-    ModelPointer model = MakeOnnxModel(bytes, size, &why);
-    return model != nullptr ? model : refuse(why);
-  }
-  char head[16] = "";
-  for (uint32_t i = 0; i < std::min(size, 4u); ++i) {
-    std::snprintf(head + 3 * i, sizeof(head) - 3 * i, "%02x%s", bytes[i], i < 3 ? " " : "");
-  }
-  *ret = call.Misuse(RKNN_ERR_MODEL_INVALID,
-                     "the model has %u bytes and begins with [%s]; wanted an ONNX model or a "
-                     "text that begins with 'CORVANE-SIM'",
-                     size, head);
-  return nullptr;
-}
-
 int Init(Invocation& call, rknn_context* handle, void* model, uint32_t size, uint32_t flags) {
   if (Call* record = call.record()) {
     record->model_address = model;
     record->size = size;
     record->flags = flags;
   }
-  if (handle == nullptr) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID, "context is null; wanted a place for the handle");
-  }
-  constexpr uint32_t kPriorities = 3, kAllFlags = 15;
-  if ((flags & ~kAllFlags) != 0 || (flags & kPriorities) == kPriorities) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID,
-                       "flag is 0x%x; wanted a priority of 0 to 2, and 4 and 8 at most", flags);
-  }
-  if (!IsReadable(model, size)) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID,
-                       "model is %p; wanted an address from which %u bytes can be read", model,
-                       size);
-  }
+  if (const int ret = CheckInit(call, handle, model, size, flags)) return ret;
   const auto* bytes = static_cast<const uint8_t*>(model);
   if (call.copies_buffers()) call.record()->model.assign(bytes, bytes + size);
   call.Reach();
   if (call.fails_on_any_code()) return call.code();
 
-  int ret = RKNN_SUCC;
-  ModelPointer executable = LoadModel(call, bytes, size, &ret);
-  if (ret != RKNN_SUCC) return ret;
+  String why;
+  ModelPointer executable = LoadModel(bytes, size, &why);
+  if (executable == nullptr) return call.Misuse(RKNN_ERR_MODEL_INVALID, "%s", why.c_str());
   const ContextPointer context = std::allocate_shared<Context>(
       MallocAllocator<Context>(), std::move(executable), ModelBytes(model, size));
   rknn_context wanted = 0;
@@ -138,18 +74,12 @@ int Destroy(Invocation& call, Context& context) {
   }
   call.Reach();
   int ret = CheckModelBytes(call, state);
-  if (context.holds_outputs && Enforces(Check::kUnreleased)) {
-    ret = call.Misuse(RKNN_ERR_OUTPUT_INVALID,
-                      "outputs of the last rknn_outputs_get are not released; wanted "
-                      "rknn_outputs_release first");
-  }
-  // Whatever was wrong, the context is gone: keeping it would only leak.
+  if (context.holds_outputs && Enforces(Check::kUnreleased)) ret = CheckReleased(call, context);
+  // A misused context is destroyed all the same: no caller would try again.
   context.is_destroyed = true;
   TheRegistry().Remove(context.handle);
   return ret != RKNN_SUCC ? ret : call.code();
 }
-
-// --------------------------------------------------------------------------------------- queries
 
 template <typename Record>
 void Answer(void* info, const Record& record) {
@@ -157,57 +87,13 @@ void Answer(void* info, const Record& record) {
 }
 
 int Query(Invocation& call, Context& context, uint32_t command, void* info, uint32_t size) {
-  static constexpr struct {
-    const char* name;
-    const char* record;
-    uint32_t bytes;
-  } kCommands[] = {
-      {"RKNN_QUERY_IN_OUT_NUM", "rknn_input_output_num", sizeof(rknn_input_output_num)},
-      {"RKNN_QUERY_INPUT_ATTR", "rknn_tensor_attr", sizeof(rknn_tensor_attr)},
-      {"RKNN_QUERY_OUTPUT_ATTR", "rknn_tensor_attr", sizeof(rknn_tensor_attr)},
-      {"RKNN_QUERY_PERF_DETAIL", "", 0},
-      {"RKNN_QUERY_PERF_RUN", "rknn_perf_run", sizeof(rknn_perf_run)},
-      {"RKNN_QUERY_SDK_VERSION", "rknn_sdk_version", sizeof(rknn_sdk_version)},
-  };
-  if (command >= std::size(kCommands)) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID, "cmd is %u; wanted 0 to 5", command);
-  }
-  const auto& wanted = kCommands[command];
-  if (command == RKNN_QUERY_PERF_DETAIL) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID,
-                       "cmd is RKNN_QUERY_PERF_DETAIL, which is not simulated; wanted another");
-  }
-  if (size != wanted.bytes) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID, "size is %u for %s; wanted %u, the size of %s", size,
-                       wanted.name, wanted.bytes, wanted.record);
-  }
-  if (info == nullptr) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID, "info is null; wanted the address of a %s",
-                       wanted.record);
-  }
-  const bool is_input = command == RKNN_QUERY_INPUT_ATTR;
-  const bool is_attribute = is_input || command == RKNN_QUERY_OUTPUT_ATTR;
-  const auto& attributes = is_input ? context.model->inputs() : context.model->outputs();
-  uint32_t index = 0;
-  if (is_attribute) {
-    std::memcpy(&index, info, sizeof(index));  // the record's first field
-    if (Call* record = call.record()) record->index = index;
-    if (index >= attributes.size()) {
-      return call.Misuse(RKNN_ERR_PARAM_INVALID,
-                         "index is %u for %s; wanted one below %zu, the model's count", index,
-                         wanted.name, attributes.size());
-    }
-  }
-  if (command == RKNN_QUERY_PERF_RUN && context.run_microseconds < 0 &&
-      Enforces(Check::kCallOrder)) {
-    return call.Misuse(RKNN_ERR_FAIL,
-                       "cmd is RKNN_QUERY_PERF_RUN before any run; wanted rknn_run first");
-  }
-
+  if (const int ret = CheckQuery(call, context, command, info, size)) return ret;
   call.Reach();
   if (call.fails_on_any_code()) return call.code();
-  if (is_attribute) {
-    rknn_tensor_attr attr = attributes[index];
+  if (const Vector<rknn_tensor_attr>* attributes = context.AttributesFor(command)) {
+    uint32_t index;
+    std::memcpy(&index, info, sizeof(index));
+    rknn_tensor_attr attr = (*attributes)[index];
     attr.index = index;
     Answer(info, attr);
   } else if (command == RKNN_QUERY_IN_OUT_NUM) {
@@ -226,86 +112,15 @@ int Query(Invocation& call, Context& context, uint32_t command, void* info, uint
   return RKNN_SUCC;
 }
 
-// ---------------------------------------------------------------------------------------- running
-
-// A count of records against the model's, and the indices of the records: each of the model's
-// once. 0 or the misuse.
-template <typename Record>
-int CheckRecords(Invocation& call, Context& context, const char* name, uint32_t count,
-                 const Record* records, std::size_t wanted) {
-  if (count != wanted) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID, "n_%s is %u; wanted %zu, the model's count", name,
-                       count, wanted);
-  }
-  if (count > 0 && records == nullptr) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID, "%s is null; wanted %u records", name, count);
-  }
-  std::fill(context.marks.begin(), context.marks.end(), uint8_t{0});
-  for (uint32_t i = 0; i < count; ++i) {
-    const uint32_t index = records[i].index;
-    if (index >= wanted) {
-      return call.Misuse(RKNN_ERR_PARAM_INVALID, "%s[%u].index is %u; wanted one below %zu", name,
-                         i, index, wanted);
-    }
-    if (context.marks[index]++ != 0) {
-      return call.Misuse(RKNN_ERR_PARAM_INVALID,
-                         "%s[%u].index is %u, as in a record before; wanted each index once", name,
-                         i, index);
-    }
-  }
-  return RKNN_SUCC;
-}
-
-int RefuseHeldOutputs(Invocation& call) {
-  return call.Misuse(RKNN_ERR_OUTPUT_INVALID,
-                     "outputs of the last rknn_outputs_get are not released; wanted "
-                     "rknn_outputs_release first");
-}
-
-// 0 or the misuse of input record i.
-int CheckInput(Invocation& call, const rknn_tensor_attr& attr, uint32_t i,
-               const rknn_input& input) {
-  const uint32_t type = RawValue(input.type), format = RawValue(input.fmt);
-  if (!IsTensorType(type) || format > RKNN_TENSOR_NHWC || input.pass_through > 1) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID,
-                       "inputs[%u] has type %u, fmt %u, pass_through %u; wanted 0 to 4, 0 or 1, "
-                       "0 or 1",
-                       i, type, format, input.pass_through);
-  }
-  if (input.pass_through == 1 && type != RawValue(attr.type) && Enforces(Check::kInputType)) {
-    return call.Misuse(RKNN_ERR_INPUT_INVALID,
-                       "inputs[%u] passes %s through; wanted %s, the model's own type", i,
-                       TypeName(input.type), TypeName(attr.type));
-  }
-  const uint64_t wanted = uint64_t{attr.n_elems} * ElementBytes(input.type);
-  if (input.size != wanted && Enforces(Check::kInputSize)) {
-    return call.Misuse(RKNN_ERR_INPUT_INVALID,
-                       "inputs[%u].size is %u; wanted %llu bytes, %u elements of %s", i, input.size,
-                       static_cast<unsigned long long>(wanted), attr.n_elems, TypeName(input.type));
-  }
-  if (input.buf == nullptr && input.size > 0) {
-    return call.Misuse(RKNN_ERR_INPUT_INVALID, "inputs[%u].buf is null; wanted %u bytes", i,
-                       input.size);
-  }
-  return RKNN_SUCC;
-}
-
 int InputsSet(Invocation& call, Context& context, uint32_t count, const rknn_input* inputs) {
-  const auto& attributes = context.model->inputs();
   if (Call* record = call.record()) {
     record->count = count;
-    if (count == attributes.size() && inputs != nullptr) {
+    if (count == context.model->inputs().size() && inputs != nullptr) {
       record->inputs.resize(count);
       for (uint32_t i = 0; i < count; ++i) record->inputs[i].record = inputs[i];
     }
   }
-  int ret = CheckRecords(call, context, "inputs", count, inputs, attributes.size());
-  for (uint32_t i = 0; ret == RKNN_SUCC && i < count; ++i) {
-    // CheckRecords has refused a null array. NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
-    ret = CheckInput(call, attributes[inputs[i].index], i, inputs[i]);
-  }
-  if (ret != RKNN_SUCC) return ret;
-  if (context.holds_outputs && Enforces(Check::kCallOrder)) return RefuseHeldOutputs(call);
+  if (const int ret = CheckInputsSet(call, context, count, inputs)) return ret;
   if (call.copies_buffers()) {
     for (InputRecord& input : call.record()->inputs) {
       const auto* bytes = static_cast<const uint8_t*>(input.record.buf);
@@ -320,17 +135,7 @@ int InputsSet(Invocation& call, Context& context, uint32_t count, const rknn_inp
 }
 
 int Run(Invocation& call, Context& context) {
-  if (Enforces(Check::kCallOrder)) {
-    if (!context.has_inputs) {
-      return call.Misuse(RKNN_ERR_INPUT_INVALID,
-                         "no inputs have been set; wanted rknn_inputs_set first");
-    }
-    if (context.holds_outputs) return RefuseHeldOutputs(call);
-  }
-  if (Enforces(Check::kModelBytes)) {
-    const int ret = CheckModelBytes(call, context.bytes.CheckSamples());
-    if (ret != RKNN_SUCC) return ret;
-  }
+  if (const int ret = CheckRun(call, context)) return ret;
   const auto start = std::chrono::steady_clock::now();
   call.Reach();
   if (call.fails()) return call.code();
@@ -342,31 +147,6 @@ int Run(Invocation& call, Context& context) {
                                  .count();
   context.has_run = true;
   return call.code();
-}
-
-// 0 or the misuse of output record i.
-int CheckOutput(Invocation& call, const Context& context, uint32_t i, const rknn_output& output) {
-  if (output.want_float > 1 || output.is_prealloc > 1) {
-    return call.Misuse(RKNN_ERR_PARAM_INVALID,
-                       "outputs[%u] has want_float %u, is_prealloc %u; wanted 0 or 1", i,
-                       output.want_float, output.is_prealloc);
-  }
-  if (output.is_prealloc == 0) return RKNN_SUCC;
-  const bool want_float = output.want_float == 1;
-  const rknn_tensor_attr& attr = context.model->outputs()[output.index];
-  const uint64_t wanted = context.OutputBytes(output.index, want_float);
-  if (output.size != wanted && Enforces(Check::kOutputSize)) {
-    return call.Misuse(RKNN_ERR_OUTPUT_INVALID,
-                       "outputs[%u].size is %u; wanted %llu bytes, %u elements of %s", i,
-                       output.size, static_cast<unsigned long long>(wanted), attr.n_elems,
-                       want_float ? "FLOAT32" : TypeName(attr.type));
-  }
-  if (output.buf == nullptr && output.size > 0) {
-    return call.Misuse(RKNN_ERR_OUTPUT_INVALID,
-                       "outputs[%u].buf is null with is_prealloc 1; wanted %u bytes", i,
-                       output.size);
-  }
-  return RKNN_SUCC;
 }
 
 void NoteOutputs(Invocation& call, const Context& context, uint32_t count,
@@ -381,18 +161,7 @@ void NoteOutputs(Invocation& call, const Context& context, uint32_t count,
 
 int OutputsGet(Invocation& call, Context& context, uint32_t count, rknn_output* outputs) {
   NoteOutputs(call, context, count, outputs);
-  int ret = CheckRecords(call, context, "outputs", count, outputs, context.model->outputs().size());
-  for (uint32_t i = 0; ret == RKNN_SUCC && i < count; ++i) {
-    ret = CheckOutput(call, context, i, outputs[i]);
-  }
-  if (ret != RKNN_SUCC) return ret;
-  if (Enforces(Check::kCallOrder)) {
-    if (context.holds_outputs) return RefuseHeldOutputs(call);
-    if (!context.has_run) {
-      return call.Misuse(RKNN_ERR_OUTPUT_INVALID,
-                         "there is no run since the last outputs; wanted rknn_run first");
-    }
-  }
+  if (const int ret = CheckOutputsGet(call, context, count, outputs)) return ret;
   call.Reach();
   if (call.fails()) return call.code();
   for (uint32_t i = 0; i < count; ++i) {
@@ -415,18 +184,7 @@ int OutputsGet(Invocation& call, Context& context, uint32_t count, rknn_output* 
 
 int OutputsRelease(Invocation& call, Context& context, uint32_t count, const rknn_output* outputs) {
   NoteOutputs(call, context, count, outputs);
-  int ret = CheckRecords(call, context, "outputs", count, outputs, context.model->outputs().size());
-  if (ret != RKNN_SUCC) return ret;
-  if (!context.holds_outputs && Enforces(Check::kCallOrder)) {
-    return call.Misuse(RKNN_ERR_OUTPUT_INVALID,
-                       "no outputs are held; wanted rknn_outputs_get first");
-  }
-  for (uint32_t i = 0; context.holds_outputs && i < count; ++i) {
-    if (outputs[i].buf == context.handed_out[outputs[i].index]) continue;
-    return call.Misuse(RKNN_ERR_OUTPUT_INVALID,
-                       "outputs[%u].buf is %p; wanted %p, as rknn_outputs_get left it", i,
-                       outputs[i].buf, context.handed_out[outputs[i].index]);
-  }
+  if (const int ret = CheckOutputsRelease(call, context, count, outputs)) return ret;
   call.Reach();
   context.ReleaseOutputs();
   return call.code();

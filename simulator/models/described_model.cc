@@ -34,9 +34,12 @@ class DescribedModel final : public ExecutableModel {
     const std::size_t count = output.attr.n_elems;
     const Vector<float>* values = &output.values;
     if (output.echo_input != kNoEcho) {
-      static const Vector<float> nothing(1, 0.0f);
       const auto input = static_cast<std::size_t>(output.echo_input);
-      values = input < echoes_.size() && !echoes_[input].empty() ? &echoes_[input] : &nothing;
+      if (input >= echoes_.size() || echoes_[input].empty()) {
+        std::fill_n(to, count, 0.0f);
+        return;
+      }
+      values = &echoes_[input];
     }
     if (values->empty()) {
       for (std::size_t k = 0; k < count; ++k) {
@@ -61,7 +64,7 @@ class DescribedModel final : public ExecutableModel {
 }  // namespace
 
 ModelPointer MakeDescribedModel(const Model& description) {
-  return std::allocate_shared<DescribedModel>(MallocAllocator<DescribedModel>(), description);
+  return std::make_unique<DescribedModel>(description);
 }
 
 }  // namespace rknn_sim

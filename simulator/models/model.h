@@ -1,21 +1,27 @@
-// A model that can be run: the seam between the runtime's protocol and what computes.
+// A model that can be run. The runtime's interface knows models only by this class.
 #ifndef CORVANE_SIMULATOR_MODELS_MODEL_H_
 #define CORVANE_SIMULATOR_MODELS_MODEL_H_
 
+#include <cstdlib>
 #include <memory>
 
 #include "control.h"
 
 namespace rknn_sim {
 
-// What a hostile model may ask for at most: tensors of a kind, and elements of all of them.
+// The most that a model, which may be hostile, can have: tensors of a kind, elements of all of
+// them.
 constexpr std::size_t kMaxTensors = 256;
 constexpr uint64_t kMaxElements = uint64_t{1} << 26;
 
-// Belongs to one context, which never calls it from two threads at once.
+// Belongs to one context, which never calls it from two threads at once. It lives in memory from
+// malloc, as everything of the simulator.
 class ExecutableModel {
  public:
   virtual ~ExecutableModel() = default;
+
+  static void* operator new(std::size_t size) { return MallocAllocator<char>().allocate(size); }
+  static void operator delete(void* memory) { std::free(memory); }
 
   const Vector<rknn_tensor_attr>& inputs() const { return inputs_; }
   const Vector<rknn_tensor_attr>& outputs() const { return outputs_; }
@@ -23,7 +29,7 @@ class ExecutableModel {
   // Whether the outputs depend on input i: if not, its buffer is neither kept nor decoded.
   virtual bool NeedsInput(uint32_t i) const = 0;
 
-  // The numbers of a buffer that was not passed through become what the model takes.
+  // Converts the numbers of a buffer that was not passed through to what the model takes.
   virtual void ConvertInput(uint32_t, Vector<float>*) const {}
 
   // inputs[i] holds n_elems numbers of input i in its attribute's layout; empty where not needed.
@@ -38,7 +44,7 @@ class ExecutableModel {
   Vector<rknn_tensor_attr> outputs_;
 };
 
-using ModelPointer = std::shared_ptr<ExecutableModel>;
+using ModelPointer = std::unique_ptr<ExecutableModel>;
 
 // The model that a description states: constants and echoes.
 ModelPointer MakeDescribedModel(const Model& description);

@@ -3,37 +3,12 @@
 #include <algorithm>
 
 #include "simulator/interface/report.h"
+#include "simulator/models/onnx_fields.h"
 #include "simulator/models/protobuf_reader.h"
 
 namespace rknn_sim {
 
 namespace {
-
-// Field numbers of the ONNX messages that are looked into.
-namespace model_field {
-constexpr uint64_t kIrVersion = 1, kGraph = 7, kMetadata = 14;
-}
-namespace graph_field {
-constexpr uint64_t kNode = 1, kInitializer = 5, kInput = 11, kOutput = 12;
-}
-namespace node_field {
-constexpr uint64_t kAttribute = 5;
-}
-namespace attribute_field {
-constexpr uint64_t kTensor = 5, kGraph = 6, kTensors = 10, kGraphs = 11;
-}
-namespace tensor_field {
-constexpr uint64_t kDims = 1, kDataType = 2, kFloatData = 4, kInt32Data = 5, kStringData = 6,
-                   kInt64Data = 7, kName = 8, kRawData = 9, kDoubleData = 10, kUint64Data = 11,
-                   kExternalData = 13;
-}
-namespace value_field {  // ValueInfoProto, TypeProto, its tensor, its shape, a dimension
-constexpr uint64_t kName = 1, kType = 2, kTensorType = 1, kElementType = 1, kShape = 2, kDim = 1,
-                   kDimValue = 1;
-}
-namespace entry_field {
-constexpr uint64_t kKey = 1, kValue = 2;
-}
 
 constexpr uint32_t kMaxSubgraphDepth = 8;
 constexpr uint64_t kMaxConstantElements = uint64_t{1} << 31;

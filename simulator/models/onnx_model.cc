@@ -1,147 +1,26 @@
 #include "simulator/models/onnx_model.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
-#include <cstdio>
 #include <cstring>
-#include <string_view>
 #include <utility>
 
 #include "simulator/interface/report.h"
+#include "simulator/interface/rknn_names.h"
 #include "simulator/models/onnx_network.h"
+#include "simulator/models/onnx_properties.h"
 #include "simulator/models/tensor_codec.h"
 
 namespace rknn_sim {
 
 namespace {
 
-constexpr std::string_view kPrefix = "corvane.";
-
 int Shown(const String& text) { return static_cast<int>(std::min<std::size_t>(text.size(), 60)); }
-
-// ------------------------------------------------------------------------------- the properties
-
-std::string_view Trimmed(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-  return text.substr(0, text.find_last_not_of(kBlanks) + 1);
-}
-
-// As strtof, but for every locale.
-bool ParseFloat(std::string_view text, float* value) {
-  text = Trimmed(text);
-  const bool is_negative = !text.empty() && text[0] == '-';
-  if (!text.empty() && (text[0] == '-' || text[0] == '+')) text.remove_prefix(1);
-  auto format = std::chars_format::general;
-  if (text.substr(0, 2) == "0x" || text.substr(0, 2) == "0X") {
-    text.remove_prefix(2);
-    format = std::chars_format::hex;
-  }
-  if (text.empty() || text[0] == '-') return false;
-  const char* end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, *value, format);
-  if (is_negative) *value = -*value;
-  return result.ec == std::errc() && result.ptr == end && std::isfinite(*value);
-}
-
-// One number for all channels or one for each.
-bool ParsePerChannel(std::string_view text, std::size_t channels, Vector<float>* numbers) {
-  for (bool is_last = false; !is_last;) {
-    const std::size_t comma = text.find(',');
-    is_last = comma == std::string_view::npos;
-    float number = 0;
-    if (numbers->size() == channels || !ParseFloat(text.substr(0, comma), &number)) return false;
-    numbers->push_back(number);
-    if (!is_last) text.remove_prefix(comma + 1);
-  }
-  if (numbers->size() == 1) numbers->resize(channels, numbers->front());
-  return numbers->size() == channels;
-}
-
-// Of an input's attribute: C of C x H x W and N x C x H x W, else one.
-std::size_t ChannelsOf(const rknn_tensor_attr& attr) {
-  return attr.n_dims == 3 || attr.n_dims == 4 ? attr.dims[2] : 1;
-}
-
-// What the properties say of the first input.
-struct InputProperties {
-  bool has_fl = false;
-  Vector<float> means, scales;  // empty or one for each channel
-};
-
-bool ReadProperties(const OnnxGraph& graph, rknn_tensor_attr* attr, InputProperties* input,
-                    String* why) {
-  // The last of a name holds: it may have been appended to the file. The type comes first: the
-  // others are judged by it.
-  Vector<const OnnxProperty*> own;
-  for (const OnnxProperty& property : graph.properties) {
-    if (property.key.compare(0, kPrefix.size(), kPrefix) != 0) continue;
-    for (const OnnxProperty*& before : own) {
-      if (before->key == property.key) before = &property;
-    }
-    const bool is_new = std::none_of(
-        own.begin(), own.end(), [&](const OnnxProperty* before) { return before == &property; });
-    if (is_new) own.push_back(&property);
-  }
-  const std::size_t channels = ChannelsOf(*attr);
-  for (const OnnxProperty* property : own) {
-    const std::string_view key = property->key, value = property->value;
-    const auto refuse = [&](const char* wanted) {
-      return Refuse(why, "the model's property %.*s is '%.*s'; wanted %s", Shown(property->key),
-                    property->key.data(), Shown(property->value), property->value.data(), wanted);
-    };
-    char per_channel[80];
-    std::snprintf(per_channel, sizeof(per_channel),
-                  channels == 1 ? "one number" : "one number or %zu, separated by commas",
-                  channels);
-    if (key == "corvane.input.type") {
-      if (!ParseTensorType(value, &attr->type)) {
-        return refuse("float32, float16, int8, uint8 or int16");
-      }
-    } else if (key == "corvane.input.fl") {
-      int fl = 0;
-      const auto result = std::from_chars(value.data(), value.data() + value.size(), fl);
-      if (result.ec != std::errc() || result.ptr != value.data() + value.size() || fl < INT8_MIN ||
-          fl > INT8_MAX) {
-        return refuse("a whole number from -128 to 127");
-      }
-      attr->fl = static_cast<int8_t>(fl);
-      input->has_fl = true;
-    } else if (key == "corvane.input.mean") {
-      if (!ParsePerChannel(value, channels, &input->means)) return refuse(per_channel);
-    } else if (key == "corvane.input.scale") {
-      if (!ParsePerChannel(value, channels, &input->scales)) return refuse(per_channel);
-    } else {
-      return Refuse(why,
-                    "the model's property %.*s is unknown; wanted corvane.input.type, fl, mean or "
-                    "scale",
-                    Shown(property->key), property->key.data());
-    }
-  }
-  const bool may_be_fixed = attr->type == RKNN_TENSOR_INT16 || attr->type == RKNN_TENSOR_INT8;
-  if (input->has_fl && !may_be_fixed) {
-    return Refuse(why,
-                  "the model has the property corvane.input.fl and %s input; wanted it with int16 "
-                  "or int8 only",
-                  TypeName(attr->type));
-  }
-  if (attr->type == RKNN_TENSOR_INT16 && !input->has_fl) {
-    return Refuse(why,
-                  "the model has int16 input and no property corvane.input.fl; wanted its number "
-                  "of fractional bits");
-  }
-  if (input->has_fl) attr->qnt_type = RKNN_TENSOR_QNT_DFP;
-  return true;
-}
-
-// ------------------------------------------------------------------------------- the attributes
 
 void SetName(const String& name, rknn_tensor_attr* attr) {
   std::memcpy(attr->name, name.data(), std::min<std::size_t>(name.size(), RKNN_MAX_NAME_LEN - 1));
 }
 
-// False where the sizes are none that can be had.
+// False for sizes that no tensor of the simulator can have.
 bool SetDims(const Vector<int64_t>& dims, rknn_tensor_attr* attr) {
   if (dims.size() > RKNN_MAX_DIMS) return false;
   uint64_t elements = 1;
@@ -211,8 +90,6 @@ void SetBytes(rknn_tensor_attr* attr) {
   attr->size = attr->n_elems * static_cast<uint32_t>(ElementBytes(attr->type));
 }
 
-// ------------------------------------------------------------------------------------- the model
-
 class OnnxModel final : public ExecutableModel {
  public:
   bool Load(const uint8_t* bytes, std::size_t size, String* why) {
@@ -228,7 +105,7 @@ class OnnxModel final : public ExecutableModel {
       attr.index = static_cast<uint32_t>(inputs_.size());
       if (!DescribeInput(&input, &attr, why)) return false;
       const bool is_first = inputs_.empty();
-      if (is_first && !ReadProperties(graph, &attr, &properties_, why)) return false;
+      if (is_first && !ReadInputProperties(graph, &attr, &properties_, why)) return false;
       if (!is_first && attr.type == RKNN_TENSOR_INT16) attr.qnt_type = RKNN_TENSOR_QNT_DFP;
       SetBytes(&attr);
       elements += attr.n_elems;
@@ -298,14 +175,14 @@ class OnnxModel final : public ExecutableModel {
            Refuse(why, "the model's outputs have more than 2^26 elements");
   }
 
-  InputProperties properties_;
+  OnnxInputProperties properties_;
   OnnxNetworkPointer network_;
 };
 
 }  // namespace
 
 ModelPointer MakeOnnxModel(const uint8_t* bytes, std::size_t size, String* why) {
-  auto model = std::allocate_shared<OnnxModel>(MallocAllocator<OnnxModel>());
+  auto model = std::make_unique<OnnxModel>();
   if (!model->Load(bytes, size, why)) return nullptr;
   return model;
 }

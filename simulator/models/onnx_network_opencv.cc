@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "simulator/control/environment.h"
+#include "simulator/forever.h"
 #include "simulator/models/onnx_network.h"
 #include "simulator/models/trial.h"
 
@@ -16,7 +17,7 @@ namespace {
 
 using LogLevel = cv::utils::logging::LogLevel;
 
-// OpenCV's messages would stand beside the one line that a refusal owes.
+// Silences OpenCV, as a refusal writes exactly one line.
 class QuietOpenCv {
  public:
   QuietOpenCv() : level_(cv::utils::logging::setLogLevel(LogLevel::LOG_LEVEL_SILENT)) {}
@@ -28,9 +29,9 @@ class QuietOpenCv {
   LogLevel level_;
 };
 
-// Networks run side by side, but nothing runs while one is loaded: the trial's child must not begin
-// with a lock of OpenCV's that another thread holds. Never destroyed, as contexts may outlive it.
-std::shared_mutex& loading_or_running = *new std::shared_mutex;
+// Networks run in parallel, but none runs while one is loaded: the child process of the trial must
+// not inherit a lock of OpenCV's that another thread holds.
+Forever<std::shared_mutex> loading_or_running;
 
 class OpenCvNetwork final : public OnnxNetwork {
  public:
@@ -107,7 +108,7 @@ bool Guarded(const char* what, String* why, Action action) {
 }
 
 bool OpenCvNetwork::Run(const Vector<Vector<float>>& inputs, String* why) {
-  const std::shared_lock<std::shared_mutex> lock(loading_or_running);
+  const std::shared_lock<std::shared_mutex> lock(*loading_or_running);
   return Guarded("run", why, [&] { RunOrThrow(inputs); });
 }
 
@@ -137,7 +138,7 @@ bool LoadAndRun(void* subject, String* why) {
 
 OnnxNetworkPointer LoadOnnxNetwork(const uint8_t* bytes, std::size_t size, const OnnxGraph& graph,
                                    String* why) {
-  const std::unique_lock<std::shared_mutex> lock(loading_or_running);
+  const std::unique_lock<std::shared_mutex> lock(*loading_or_running);
   cv::setNumThreads(ThreadsWanted());
   Loading loading = {bytes, size, &graph, nullptr};
   // OpenCV's importer trusts a model's operations and attributes: with some it reads past its

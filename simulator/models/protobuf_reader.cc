@@ -41,7 +41,9 @@ bool ProtobufReader::Next(ProtobufField* field) {
   }
   if (length > rest.size()) return false;
   field->bytes = rest.substr(0, static_cast<std::size_t>(length));
-  rest_ = rest.substr(static_cast<std::size_t>(length));
+  rest.remove_prefix(static_cast<std::size_t>(length));
+  field->whole = rest_.substr(0, rest_.size() - rest.size());
+  rest_ = rest;
   is_valid_ = true;
   return true;
 }

@@ -3,22 +3,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <iterator>
 #include <limits>
+
+#include "simulator/interface/rknn_names.h"
 
 namespace rknn_sim {
 
 namespace {
-
-constexpr struct {
-  const char* name;
-  const char* name_in_files;
-  std::size_t bytes;
-} kTypes[] = {{"FLOAT32", "float32", 4},
-              {"FLOAT16", "float16", 2},
-              {"INT8", "int8", 1},
-              {"UINT8", "uint8", 1},
-              {"INT16", "int16", 2}};
 
 uint32_t BitsOf(float value) {
   uint32_t bits;
@@ -30,6 +21,35 @@ float FloatOf(uint32_t bits) {
   float value;
   std::memcpy(&value, &bits, sizeof(value));
   return value;
+}
+
+float HalfToFloat(uint16_t half) {
+  const uint32_t sign = static_cast<uint32_t>(half & 0x8000) << 16;
+  const uint32_t exponent = (half >> 10) & 0x1f, fraction = half & 0x3ff;
+  if (exponent == 0x1f) return FloatOf(sign | 0x7f800000 | (fraction << 13));
+  if (exponent != 0) return FloatOf(sign | ((exponent + 112) << 23) | (fraction << 13));
+  const float magnitude = static_cast<float>(fraction) * 0x1p-24f;  // a normal float, or 0
+  return FloatOf(sign | BitsOf(magnitude));
+}
+
+uint16_t NearestHalf(float value) {
+  const uint32_t bits = BitsOf(value);
+  const uint32_t sign = (bits >> 16) & 0x8000, magnitude = bits & 0x7fffffff;
+  if (magnitude > 0x7f800000) return static_cast<uint16_t>(sign | 0x7e00);
+  if (magnitude >= 0x47800000) return static_cast<uint16_t>(sign | 0x7c00);
+  // Only integer arithmetic: the calling thread may flush subnormal floats to zero.
+  const uint32_t exponent = magnitude >> 23;
+  if (exponent < 102) return static_cast<uint16_t>(sign);  // less than half of the least subnormal
+  const bool is_subnormal = exponent < 113;
+  const uint32_t significand = (magnitude & 0x7fffff) | 0x800000;
+  const uint32_t dropped = is_subnormal ? 126 - exponent : 13;
+  const uint32_t kept =
+      is_subnormal ? significand >> dropped : (magnitude - (uint32_t{112} << 23)) >> dropped;
+  const uint32_t rest = significand & ((uint32_t{1} << dropped) - 1);
+  const uint32_t tie = uint32_t{1} << (dropped - 1);
+  // The carry of a round-up may reach the exponent: the next power of two, or infinity.
+  const uint32_t up = rest > tie || (rest == tie && (kept & 1) != 0) ? 1 : 0;
+  return static_cast<uint16_t>(sign | (kept + up));
 }
 
 template <typename T>
@@ -79,7 +99,7 @@ void StoreInteger(double element, uint8_t* to) {
   std::memcpy(to, &value, sizeof(value));
 }
 
-// Moves C interleaved channels of each image to planes, or back.
+// Turns interleaved channels into planes, or planes into interleaved channels, image by image.
 void Relayout(const rknn_tensor_attr& attr, rknn_tensor_format from, Vector<float>* numbers) {
   if (from == attr.fmt || attr.n_dims < 3 || attr.n_dims > 4) return;
   const bool to_planes = attr.fmt == RKNN_TENSOR_NCHW;  // dims: W H C N, else C W H N
@@ -100,53 +120,6 @@ void Relayout(const rknn_tensor_attr& attr, rknn_tensor_format from, Vector<floa
 }
 
 }  // namespace
-
-bool IsTensorType(uint32_t type) { return type < std::size(kTypes); }
-
-const char* TypeName(rknn_tensor_type type) {
-  return IsTensorType(static_cast<uint32_t>(type)) ? kTypes[type].name : "unknown type";
-}
-
-bool ParseTensorType(std::string_view name, rknn_tensor_type* type) {
-  for (std::size_t i = 0; i < std::size(kTypes); ++i) {
-    if (name != kTypes[i].name_in_files) continue;
-    *type = static_cast<rknn_tensor_type>(i);
-    return true;
-  }
-  return false;
-}
-
-std::size_t ElementBytes(rknn_tensor_type type) {
-  return IsTensorType(static_cast<uint32_t>(type)) ? kTypes[type].bytes : 0;
-}
-
-float HalfToFloat(uint16_t half) {
-  const uint32_t sign = static_cast<uint32_t>(half & 0x8000) << 16;
-  const uint32_t exponent = (half >> 10) & 0x1f, fraction = half & 0x3ff;
-  if (exponent == 0x1f) return FloatOf(sign | 0x7f800000 | (fraction << 13));
-  if (exponent != 0) return FloatOf(sign | ((exponent + 112) << 23) | (fraction << 13));
-  const float magnitude = static_cast<float>(fraction) * 0x1p-24f;  // a normal float, or 0
-  return FloatOf(sign | BitsOf(magnitude));
-}
-
-uint16_t FloatToHalf(float value) {
-  const uint32_t bits = BitsOf(value);
-  const uint32_t sign = (bits >> 16) & 0x8000, magnitude = bits & 0x7fffffff;
-  if (magnitude > 0x7f800000) return static_cast<uint16_t>(sign | 0x7e00);
-  if (magnitude >= 0x47800000) return static_cast<uint16_t>(sign | 0x7c00);
-  // All in integers: the loading thread's mode may flush subnormal floats.
-  const uint32_t exponent = magnitude >> 23;
-  if (exponent < 102) return static_cast<uint16_t>(sign);  // below half of the least half
-  const bool is_subnormal = exponent < 113;
-  const uint32_t significand = (magnitude & 0x7fffff) | 0x800000;
-  const uint32_t dropped = is_subnormal ? 126 - exponent : 13;
-  const uint32_t kept =
-      is_subnormal ? significand >> dropped : (magnitude - (uint32_t{112} << 23)) >> dropped;
-  const uint32_t rest = significand & ((uint32_t{1} << dropped) - 1);
-  const uint32_t tie = uint32_t{1} << (dropped - 1);
-  const uint32_t up = rest > tie || (rest == tie && (kept & 1) != 0) ? 1 : 0;
-  return static_cast<uint16_t>(sign | (kept + up));
-}
 
 void DecodeInput(const rknn_tensor_attr& attr, const rknn_input& input, const uint8_t* bytes,
                  Vector<float>* numbers) {
@@ -182,7 +155,7 @@ void EncodeNative(const rknn_tensor_attr& attr, const float* numbers, std::size_
         std::memcpy(to, &numbers[i], sizeof(float));
         break;
       case RKNN_TENSOR_FLOAT16: {
-        const uint16_t half = FloatToHalf(numbers[i]);
+        const uint16_t half = NearestHalf(numbers[i]);
         std::memcpy(to, &half, sizeof(half));
         break;
       }

@@ -1,13 +1,13 @@
 #include "simulator/models/text_model.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
 
+#include "simulator/interface/rknn_names.h"
 #include "simulator/models/model.h"
-#include "simulator/models/tensor_codec.h"
+#include "simulator/models/parse_number.h"
 
 namespace rknn_sim {
 
@@ -29,20 +29,13 @@ std::string_view NextWord(std::string_view* line) {
   return Cut(line, kBlanks);
 }
 
-template <typename T>
-bool ParseNumber(std::string_view text, T* value) {
-  const char* end = text.data() + text.size();
-  const auto result = std::from_chars(text.data(), end, *value);
-  return result.ec == std::errc() && result.ptr == end;
-}
-
 bool ParseShape(std::string_view text, rknn_tensor_attr* attr) {
   uint64_t elements = 1;
   uint32_t dims[RKNN_MAX_DIMS];
   uint32_t count = 0;
   for (bool is_last = false; !is_last;) {
     is_last = text.find('x') == std::string_view::npos;
-    if (count == RKNN_MAX_DIMS || !ParseNumber(Cut(&text, "x"), &dims[count])) return false;
+    if (count == RKNN_MAX_DIMS || !ParseInteger(Cut(&text, "x"), &dims[count])) return false;
     elements *= dims[count++];  // both factors are below 2^32
     if (elements > kMaxElements) return false;
   }
@@ -57,7 +50,7 @@ bool ParseValues(std::string_view text, Tensor* tensor) {
   for (bool is_last = false; !is_last;) {
     is_last = text.find(',') == std::string_view::npos;
     float value = 0;
-    if (tensor->values.size() == tensor->attr.n_elems || !ParseNumber(Cut(&text, ","), &value)) {
+    if (tensor->values.size() == tensor->attr.n_elems || !ParseFloat(Cut(&text, ","), &value)) {
       return false;
     }
     tensor->values.push_back(value);
@@ -75,18 +68,18 @@ bool ParseProperty(std::string_view word, bool is_output, Tensor* tensor) {
   const std::string_view name = Cut(&word, "=");
   if (name == "fl") {
     int fl = 0;
-    if (!ParseNumber(word, &fl) || fl < INT8_MIN || fl > INT8_MAX) return false;
+    if (!ParseInteger(word, &fl) || fl < INT8_MIN || fl > INT8_MAX) return false;
     attr.fl = static_cast<int8_t>(fl);
     attr.qnt_type = RKNN_TENSOR_QNT_DFP;
     return true;
   }
   if (name == "zp" || name == "scale") {
     attr.qnt_type = RKNN_TENSOR_QNT_AFFINE_ASYMMETRIC;
-    return name == "zp" ? ParseNumber(word, &attr.zp) : ParseNumber(word, &attr.scale);
+    return name == "zp" ? ParseInteger(word, &attr.zp) : ParseFloat(word, &attr.scale);
   }
   if (!is_output) return false;
   if (name == "values") return ParseValues(word, tensor);
-  return name == "echo" && ParseNumber(word, &tensor->echo_input) && tensor->echo_input >= 0;
+  return name == "echo" && ParseInteger(word, &tensor->echo_input) && tensor->echo_input >= 0;
 }
 
 // Empty, or what is wrong with the line.
@@ -125,11 +118,11 @@ std::string_view ParseLine(std::string_view line, Model* model) {
 
 }  // namespace
 
-bool IsPayload(const uint8_t* bytes, std::size_t size) {
+bool IsTextModel(const uint8_t* bytes, std::size_t size) {
   return size >= kMagic.size() && std::memcmp(bytes, kMagic.data(), kMagic.size()) == 0;
 }
 
-bool ParsePayload(const uint8_t* bytes, std::size_t size, Model* model, String* why) {
+bool ParseTextModel(const uint8_t* bytes, std::size_t size, Model* model, String* why) {
   std::string_view text(reinterpret_cast<const char*>(bytes), size);
   char message[160];
   const auto refuse = [&](int line, std::string_view problem) {

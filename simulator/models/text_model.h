@@ -17,10 +17,10 @@
 
 namespace rknn_sim {
 
-bool IsPayload(const uint8_t* bytes, std::size_t size);
+bool IsTextModel(const uint8_t* bytes, std::size_t size);
 
 // False, with the line and what is wrong with it, where the text states no model.
-bool ParsePayload(const uint8_t* bytes, std::size_t size, Model* model, String* why);
+bool ParseTextModel(const uint8_t* bytes, std::size_t size, Model* model, String* why);
 
 }  // namespace rknn_sim
 
