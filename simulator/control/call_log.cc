@@ -1,6 +1,7 @@
 #include "simulator/control/call_log.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <cstring>
 
 #include "simulator/forever.h"
+#include "simulator/interface/report.h"
 #include "simulator/interface/rknn_names.h"
 
 namespace rknn_sim {
@@ -19,7 +21,7 @@ namespace {
 
 Forever<CallLog> call_log;
 
-// Nothing appended is longer; texts go through AppendText.
+// For text of up to 255 bytes; AppendText takes any length.
 __attribute__((format(printf, 2, 3))) void Append(String* line, const char* format, ...) {
   char text[256];
   std::va_list arguments;
@@ -29,7 +31,7 @@ __attribute__((format(printf, 2, 3))) void Append(String* line, const char* form
   line->append(text, static_cast<std::size_t>(std::clamp(length, 0, 255)));
 }
 
-// As a JSON string: bytes that are no ASCII, from whatever encoding, stand as code points.
+// Appends a JSON string. Its bytes may be of any encoding; those outside ASCII become code points.
 void AppendText(String* line, const String& text) {
   *line += '"';
   for (const char character : text) {
@@ -52,7 +54,7 @@ void AppendName(String* line, const char* key, uint32_t value, const char* name)
   }
 }
 
-// What the call was about.
+// Appends the arguments of the call.
 void AppendDetails(String* line, const Call& call) {
   const uint32_t command = RawValue(call.query);
   switch (call.function) {
@@ -96,6 +98,16 @@ void AppendDetails(String* line, const Call& call) {
   }
 }
 
+constexpr char kFirstKey[] = "{\"call\":";  // with which every line begins
+
+// Whether the file may be begun anew: a path that names the model, say, must not cost the model.
+bool IsEmptyOrTrace(int file) {
+  char head[sizeof(kFirstKey) - 1];
+  const ssize_t length = pread(file, head, sizeof(head), 0);
+  return length == 0 || (length == static_cast<ssize_t>(sizeof(head)) &&
+                         std::memcmp(head, kFirstKey, sizeof(head)) == 0);
+}
+
 long long Microseconds(CallLog::Clock::duration duration) {
   return std::chrono::duration_cast<std::chrono::microseconds>(duration).count();
 }
@@ -106,15 +118,26 @@ CallLog& TheCallLog() { return *call_log; }
 
 bool CallLog::Open(const char* path, String* why) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  file_ = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666);
-  if (file_ < 0) {
-    char text[400];
-    std::snprintf(text, sizeof(text),
-                  "'%.200s' cannot be written (%s); wanted a file for the calls", path,
-                  std::strerror(errno));
-    *why = text;
-    return false;
+  const auto refuse = [&](const char* reason) {
+    return Refuse(why, "'%.200s' cannot be written (%s); wanted a file for the calls", path,
+                  reason);
+  };
+  // A pipe or a terminal is only written to.
+  struct stat status = {};
+  const bool is_file = stat(path, &status) != 0 || S_ISREG(status.st_mode);
+  const int mode = is_file ? O_RDWR | O_CREAT : O_WRONLY;
+  const int file = open(path, mode | O_APPEND | O_CLOEXEC, 0666);
+  if (file < 0) return refuse(std::strerror(errno));
+  if (is_file && !IsEmptyOrTrace(file)) {
+    close(file);
+    return refuse("it holds something else than an earlier trace");
   }
+  if (is_file && ftruncate(file, 0) != 0) {
+    const int error = errno;
+    close(file);
+    return refuse(std::strerror(error));
+  }
+  file_ = file;
   start_ = Clock::now();
   is_on_ = true;
   return true;
@@ -124,7 +147,7 @@ void CallLog::Write(const Call& call, Clock::time_point begin) {
   const Clock::time_point end = Clock::now();
   const std::lock_guard<std::mutex> lock(mutex_);
   String line;
-  Append(&line, "{\"call\":%llu,\"at_us\":%lld,\"took_us\":%lld,\"thread\":%ld",
+  Append(&line, "%s%llu,\"at_us\":%lld,\"took_us\":%lld,\"thread\":%ld", kFirstKey,
          static_cast<unsigned long long>(++calls_), Microseconds(begin - start_),
          Microseconds(end - begin), syscall(SYS_gettid));
   Append(&line, ",\"function\":\"%s\",\"nth\":%llu,\"context\":\"0x%llx\",\"ret\":%d",

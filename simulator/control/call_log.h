@@ -1,6 +1,6 @@
-// The calls of a program as lines of JSON in a file, for people and scripts without a test.
+// Writes the calls of a program to a file as lines of JSON, for people and scripts.
 //
-// One object a line, in the order in which calls end, each written at once:
+// One object is one line, in the order in which calls end, and is written before the call returns:
 //   {"call":1,"at_us":0,"took_us":512,"thread":4711,"function":"rknn_init","nth":1,
 //    "context":"0xc0de0001","ret":0,"size":1990,"flags":0}
 #ifndef CORVANE_SIMULATOR_CONTROL_CALL_LOG_H_
@@ -19,7 +19,8 @@ class CallLog {
   using Clock = std::chrono::steady_clock;
 
   bool is_on() const { return is_on_.load(std::memory_order_relaxed); }
-  // Begins the file anew; false with the reason.
+  // Empties the file at path, or makes it. False, with the reason and the file untouched, where it
+  // cannot be written or holds something else than an earlier trace.
   bool Open(const char* path, String* why);
   void Write(const Call& call, Clock::time_point begin);
 

@@ -1,13 +1,12 @@
 #include "simulator/control/environment.h"
 
-#include <charconv>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <string_view>
 
 #include "simulator/control/call_log.h"
 #include "simulator/control/faults.h"
 #include "simulator/interface/report.h"
+#include "simulator/models/parse_number.h"
 
 namespace rknn_sim {
 
@@ -15,11 +14,9 @@ namespace {
 
 int threads_wanted = 1;
 
-bool ParseThreads(const char* text, int* threads) {
+bool ParseThreads(std::string_view text, int* threads) {
   constexpr int kMaxThreads = 256;
-  const char* end = text + std::strlen(text);
-  const auto result = std::from_chars(text, end, *threads);
-  return result.ec == std::errc() && result.ptr == end && *threads >= 1 && *threads <= kMaxThreads;
+  return ParseInteger(text, threads) && *threads >= 1 && *threads <= kMaxThreads;
 }
 
 bool Read() {
@@ -35,10 +32,8 @@ bool Read() {
   const char* threads = std::getenv("CORVANE_SIM_THREADS");
   int count = 1;
   if (threads != nullptr && !ParseThreads(threads, &count)) {
-    char text[160];
-    std::snprintf(text, sizeof(text), "'%.60s' is not understood; wanted a number from 1 to 256",
-                  threads);
-    ReportMisuse("CORVANE_SIM_THREADS", RKNN_ERR_PARAM_INVALID, text);
+    Refuse(&why, "'%.60s' is not understood; wanted a number from 1 to 256", threads);
+    ReportMisuse("CORVANE_SIM_THREADS", RKNN_ERR_PARAM_INVALID, why.c_str());
     count = 1;
   }
   threads_wanted = count;

@@ -1,4 +1,4 @@
-// What a user orders through the environment, without touching the program:
+// What a user orders by environment variables, without a change to the program:
 //   CORVANE_SIM_FAULTS  faults.h
 //   CORVANE_SIM_TRACE   call_log.h
 //   CORVANE_SIM_THREADS ThreadsWanted
@@ -7,11 +7,11 @@
 
 namespace rknn_sim {
 
-// Reads it at the program's first call, and never again. A value that is not understood is told in
-// a line and left out.
+// Reads the variables at the program's first call, and never again. A value that is not understood
+// is reported in one line and ignored.
 void ReadEnvironmentOnce();
 
-// How many threads a network may use: one, unless more are asked for. On the board one NPU does it.
+// How many threads a network may use: one, unless CORVANE_SIM_THREADS asks for more.
 int ThreadsWanted();
 
 }  // namespace rknn_sim

@@ -1,8 +1,10 @@
 #include "simulator/interface/model_bytes.h"
 
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -10,20 +12,30 @@ namespace rknn_sim {
 
 namespace {
 
+constexpr std::size_t kPieces = 64;  // that the kernel is asked about at once
 constexpr uint64_t kWindow = 64;
 constexpr uint64_t kWindows = 4;
 
-// rt_sigprocmask copies its 8-byte mask in before it looks at what to do with it, and an unknown
-// `how` is refused: a read of 8 bytes by the kernel, without any effect.
+constexpr uintptr_t kPage = 4096;  // no machine has smaller pages
+
+// Whether one byte in each of the pieces can be read. An emulator or a sandbox may lack the call;
+// then *is_known is false.
+bool AreReadable(const iovec* pieces, std::size_t count, bool* is_known) {
+  uint8_t bytes[kPieces];
+  const iovec into = {bytes, count};
+  const ssize_t copied = process_vm_readv(getpid(), &into, 1, pieces, count, 0);
+  *is_known = copied >= 0 || (errno != ENOSYS && errno != EPERM);
+  return copied == static_cast<ssize_t>(count);
+}
+
+// The other way to ask: rt_sigprocmask copies its 8-byte mask from the caller before it refuses the
+// unknown `how`. The aligned word may reach past the block, never past the page.
 bool IsWordReadable(uintptr_t address) {
-  if (address < sizeof(uint64_t)) return false;  // a null mask is none
-  const int saved = errno;
+  if (address < sizeof(uint64_t)) return false;  // the kernel takes a null mask for none
   constexpr int kUnknownHow = ~0;
-  const bool faulted = syscall(SYS_rt_sigprocmask, kUnknownHow, address & ~uintptr_t{7}, nullptr,
-                               sizeof(uint64_t)) != 0 &&
-                       errno == EFAULT;
-  errno = saved;
-  return !faulted;
+  return syscall(SYS_rt_sigprocmask, kUnknownHow, address & ~uintptr_t{7}, nullptr,
+                 sizeof(uint64_t)) == 0 ||
+         errno != EFAULT;
 }
 
 uint64_t Mix(uint64_t sum, uint64_t word) {
@@ -64,13 +76,25 @@ uint64_t SampleSum(const uint8_t* data, uint64_t size) {
 
 bool IsReadable(const void* data, uint64_t size) {
   if (size == 0) return true;
-  constexpr uint64_t kPage = 4096;  // no machine has smaller ones
   const auto first = reinterpret_cast<uintptr_t>(data), last = first + (size - 1);
-  if (last < first) return false;
-  for (uintptr_t at = first; at < last && at >= first; at = (at | (kPage - 1)) + 1) {
-    if (!IsWordReadable(at)) return false;
+  if (first == 0 || last < first) return false;
+  const int saved = errno;
+  bool is_readable = true;
+  for (uintptr_t next = first; is_readable && next != 0 && next <= last;) {
+    iovec pieces[kPieces];
+    std::size_t count = 0;
+    for (; count < kPieces && next != 0 && next <= last; next = (next | (kPage - 1)) + 1) {
+      pieces[count++] = {reinterpret_cast<void*>(next), 1};
+    }
+    bool is_known = true;
+    is_readable = AreReadable(pieces, count, &is_known);
+    if (is_known) continue;
+    is_readable = std::all_of(pieces, pieces + count, [](const iovec& piece) {
+      return IsWordReadable(reinterpret_cast<uintptr_t>(piece.iov_base));
+    });
   }
-  return IsWordReadable(last);
+  errno = saved;
+  return is_readable;
 }
 
 ModelBytes::ModelBytes(const void* data, uint32_t size)

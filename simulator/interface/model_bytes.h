@@ -1,4 +1,4 @@
-// Watches the bytes that a caller promised to keep.
+// Watches the model's bytes, which the caller must keep unchanged until rknn_destroy.
 #ifndef CORVANE_SIMULATOR_INTERFACE_MODEL_BYTES_H_
 #define CORVANE_SIMULATOR_INTERFACE_MODEL_BYTES_H_
 
@@ -6,14 +6,16 @@
 
 namespace rknn_sim {
 
-// False where a read would fault. Asks the kernel; touches nothing.
+// Whether the block can be read to its end. Asks the kernel, which reads a byte of each page for
+// it; nothing here faults. Leaves errno as it was.
 bool IsReadable(const void* data, uint64_t size);
 
 class ModelBytes {
  public:
   enum class State { kIntact, kChanged, kUnreadable };
 
-  ModelBytes(const void* data, uint32_t size);  // readable now
+  // The bytes must be readable now.
+  ModelBytes(const void* data, uint32_t size);
 
   State CheckSamples() const;  // a few places, for every run
   State CheckAll() const;
