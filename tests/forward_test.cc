@@ -219,7 +219,6 @@ TEST_F(ForwardTest, ReadsAnImageThatLiesInTheOutputs) {
   UseModel({Input(4, 1, 3)}, {Output({3}, 4)});
   const auto backend = MakeBackend(RKNN_INPUT_UINT8);
   const std::vector<uint8_t> bytes = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
-  const DirtyAllocator dirty_allocator;
   EXPECT_EQ(Forward(*backend, bytes, PIXEL_RGB, 4, 1), "");
   for (std::size_t offset : {0, 9}) {
     std::memcpy(outputs_[0].data, bytes.data(), bytes.size());

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -35,8 +36,12 @@ class WriteProbe {
     close(saved_);
     close(ends_[1]);
   }
-  // From now on a write to the descriptor finds no reader.
-  void StopReading() const { shutdown(ends_[1], SHUT_RDWR); }
+  // From now on a write to the descriptor raises SIGPIPE, which ends the process unless it is
+  // blocked, also where the tests were started with the signal ignored.
+  void StopReading() const {
+    std::signal(SIGPIPE, SIG_DFL);
+    shutdown(ends_[1], SHUT_RDWR);
+  }
   std::vector<std::string> Writes() const {
     std::vector<std::string> writes;
     char bytes[1000];
