@@ -1,7 +1,7 @@
-// The public call, Forward, beside its kernel alone (into a buffer that is reused), which shows
-// what the call adds: allocations, records, the lock, the runtime. Beside them the peers, and the
-// time that writing the input alone takes. The simulated runtime returns one constant output and is
-// told to spare its checks. Names are forward/kind/size/who.
+// Compares the public call, Forward, with its kernel alone (into a buffer that is reused); the
+// difference is what the call adds: allocations, records, the lock, the runtime. Also measures the
+// peers, and the time for writing the input alone. The simulated runtime returns one constant
+// output without its checks of the model. Names are forward/kind/size/who.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -43,8 +43,7 @@ std::unique_ptr<corvane::Backend_<float>> MakeBackend(Size size, corvane::RKNNIn
     std::fclose(file);
   }
   std::fflush(stdout);
-  const int saved_stdout =
-      dup(STDOUT_FILENO);  // the table goes there, "loading RKNN model." must not
+  const int saved_stdout = dup(STDOUT_FILENO);  // keeps "loading RKNN model." out of the results
   const int nowhere = open("/dev/null", O_WRONLY);
   dup2(nowhere, STDOUT_FILENO);
   auto backend = corvane::InitBackend(
