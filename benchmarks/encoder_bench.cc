@@ -1,6 +1,6 @@
-// The encoders by every usable set of loops, beside their peers and beside the time that writing
-// the output alone takes: by memset, the widest stores there are, and by a plain loop of stores.
-// Names are operation/size/who.
+// The encoders with every usable set of loops, beside their peers and beside only writing the
+// output: with memset, which has the widest stores, and with a plain loop of stores. Names are
+// operation/size/who.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// One image to be encoded, and how OpenCV and libyuv do it: the peers of the input benchmarks, each
-// on one thread. libyuv does less: it has no means.
+// An image to encode, and how OpenCV and libyuv do it: the peers of the input benchmarks, each on
+// one thread. libyuv does less work: it subtracts no means.
 #ifndef CORVANE_BENCHMARKS_INPUT_PEERS_H_
 #define CORVANE_BENCHMARKS_INPUT_PEERS_H_
 
@@ -31,7 +31,7 @@ struct Size {
 constexpr float kMeans[] = {127.5F, 127.5F, 127.5F};
 constexpr float kScales[] = {1 / 128.0F, 1 / 128.0F, 1 / 128.0F};
 
-// An image and a buffer for its planes, as the library gets and makes them.
+// An image and a buffer for its planes, laid out as in the library.
 template <class Element>
 struct Work {
   Work(Size size, int channels)
@@ -77,7 +77,7 @@ inline const Operation<float> kBlobFromImage = [](Work<float>& work) {
   cv::dnn::blobFromImage(Image(work), blob, 1 / 128.0, {}, cv::Scalar::all(127.5));
 };
 
-// Channels apart, then (x - mean) * scale as one conversion for each plane.
+// Separates the channels, then computes (x - mean) * scale as one conversion for each plane.
 template <class Element, int kDepth>
 void SplitAndConvert(Work<Element>& work, double scale) {
   static std::vector<cv::Mat> bytes;
@@ -104,7 +104,7 @@ inline const Operation<int16_t> kSplitToInt16;
 #endif
 
 #if defined(CORVANE_BENCH_LIBYUV)
-// Calls convert(bytes, plane, count) for each channel, which libyuv takes apart first.
+// Separates the channels, then calls convert(bytes, plane, count) for each.
 template <class Element, class Convert>
 void SplitByLibyuv(Work<Element>& work, Convert convert) {
   const int count = static_cast<int>(work.pixel_count);
@@ -137,7 +137,7 @@ inline const Operation<uint16_t> kYuvToHalf;
 inline const Operation<int16_t> kYuvToInt16;
 #endif
 
-// As prefix/who: writing the output alone, by the widest stores there are, and the peers there are.
+// Registers, as prefix/who, only writing the output with the widest stores, and the peers found.
 template <class Element>
 void RegisterPeers(const std::string& prefix, Size size, int channels, Operation<Element> opencv,
                    Operation<Element> libyuv) {

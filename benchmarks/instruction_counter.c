@@ -1,8 +1,8 @@
 /* A plug-in for QEMU's user-mode emulation: prints how many guest instructions a program executed.
  * Blocks are counted as they are entered, which is exact as long as none is left half-way.
  *
- * The emulator's plug-in header is in no package, so the few declarations needed stand here, by its
- * published interface (version 1). */
+ * No package has the emulator's plug-in header, so this file declares the few functions it needs, as
+ * the published interface (version 1) has them. */
 #include <inttypes.h>
 #include <stddef.h>
 #include <stdint.h>

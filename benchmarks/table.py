@@ -3,7 +3,7 @@
 
     benchmarks/table.py FILE.json...
 
-Each row is one operation; behind our own time stands how many times as long each other way takes.
+Each row is one operation: our own time, then how many times as long each other way takes.
 """
 import json
 import re

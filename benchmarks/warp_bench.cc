@@ -1,5 +1,5 @@
-// The affine warp beside OpenCV's warpAffine on one thread, and beside the time that writing the
-// result alone takes. Names are warp/case/who.
+// The affine warp beside OpenCV's warpAffine on one thread, and beside only writing the result.
+// Names are warp/case/who.
 #include <benchmark/benchmark.h>
 
 #include <cstring>

@@ -1,4 +1,4 @@
-// The warps that are measured, by time and by instructions: from a 1920 x 1080 source.
+// The warps that the benchmarks measure, in time and in instructions, from a 1920 x 1080 source.
 #ifndef CORVANE_BENCHMARKS_WARP_CASES_H_
 #define CORVANE_BENCHMARKS_WARP_CASES_H_
 

@@ -22,8 +22,7 @@ namespace corvane {
 CORVANE_EXPORT std::vector<std::string> SplitByChar(const std::string& text, char separator);
 
 // The wall clock: milliseconds since 1970-01-01 00:00:00 UTC, with microseconds in the fraction.
-// It follows the system's time, so it jumps when that is set; never use it to measure a duration
-// across such a change.
+// It follows the system's time and jumps when that is set, so it does not suit measuring durations.
 CORVANE_EXPORT double get_current_time();
 
 // "0.6.6.dev": the version of the library that was loaded (not of the headers compiled against).

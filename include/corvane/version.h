@@ -1,5 +1,5 @@
-// The version of these headers, for the preprocessor; version() in util.h is that of the library
-// that was loaded. Libraries of one minor number are compatible: a program built with 0.6.x runs
+// The version of these headers, for the preprocessor; version() in util.h returns that of the
+// loaded library. Libraries of one minor number are compatible: a program built with 0.6.x runs
 // with every 0.6.y that offers what it uses.
 #ifndef CORVANE_VERSION_H_
 #define CORVANE_VERSION_H_
