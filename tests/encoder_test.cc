@@ -166,14 +166,12 @@ bool AllAgree(Kind kind, const InputImage& image, const Normalisation& constants
       const std::size_t plane = i / image.pixel_count;
       const std::size_t c = image.reverse_channels ? image.channels - 1 - plane : plane;
       ADD_FAILURE() << (*set)->name << ", kind " << static_cast<int>(kind) << ", "
-                    << image.pixel_count << " pixels of " << image.channels << ", plane " << plane
-                    << ", pixel " << i % image.pixel_count << ", byte "
+                    << image.pixel_count << " pixels of " << image.channels << ", byte "
                     << +image.pixels[i % image.pixel_count * image.channels + c] << ", fl "
                     << fraction_bits << std::hexfloat << ", mean "
                     << (constants.means != nullptr ? constants.means[c] : 0) << ", scale "
                     << (constants.scales != nullptr ? constants.scales[c] : 1) << std::hex
-                    << ": expected " << expected[i] << ", got " << got[i] << ", first set "
-                    << first[i];
+                    << ": expected " << expected[i] << ", got " << got[i];
       return false;
     }
   }
