@@ -16,8 +16,9 @@ namespace {
 constexpr int kFractionBits = 10;
 constexpr int32_t kUnitsPerPixel = 1 << kFractionBits;
 
-// Rounds to the nearest integer, halves away from zero. The addition rounds like any float addition,
-// so the largest float below one half gives 1. NaN gives 0; values beyond the range give its ends.
+// Rounds to the nearest integer, halves away from zero. The addition rounds like any float
+// addition, so the largest float below one half gives 1. NaN gives 0; values beyond the range give
+// its ends.
 inline int32_t RoundToFixed(float value) {
   const float away = value >= 0 ? value + 0.5f : value - 0.5f;
   if (away >= 2147483648.0f) return 2147483647;
