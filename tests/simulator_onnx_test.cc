@@ -13,7 +13,7 @@
 #include "corvane/backend.h"
 #include "simulator/models/trial.h"
 #include "tests/support/onnx_writer.h"
-#include "tests/support/runtime_fixture.h"
+#include "tests/support/temp_file.h"
 
 namespace {
 
@@ -46,11 +46,28 @@ rknn_tensor_attr Attribute(rknn_context context, rknn_query_cmd command, uint32_
   EXPECT_EQ(rknn_query(context, command, &attr, sizeof(attr)), 0);
   return attr;
 }
+// The four numbers of a run of EchoModel.
+std::vector<float> Echo(rknn_context context, std::string buffer, rknn_tensor_type type,
+                        bool pass_through, rknn_tensor_format format) {
+  rknn_input input = {};
+  input.buf = &buffer[0];
+  input.size = buffer.size();
+  input.pass_through = pass_through;
+  input.type = type;
+  input.fmt = format;
+  EXPECT_EQ(rknn_inputs_set(context, 1, &input) | rknn_run(context, nullptr), 0);
+  float numbers[4] = {};
+  rknn_output output = {};
+  output.want_float = output.is_prealloc = 1;
+  output.buf = numbers;
+  output.size = sizeof(numbers);
+  EXPECT_EQ(rknn_outputs_get(context, 1, &output, nullptr), 0);
+  EXPECT_EQ(rknn_outputs_release(context, 1, &output), 0);
+  return {numbers, numbers + 4};
+}
 std::vector<uint32_t> Dims(const rknn_tensor_attr& attr) {
   return {attr.dims, attr.dims + attr.n_dims};
 }
-
-// ------------------------------------------------------------------------- one picture, five kinds
 
 constexpr int kWidth = 13, kHeight = 9, kPixels = kWidth * kHeight, kFilters = 4;
 
@@ -130,13 +147,7 @@ TEST(SimulatorOnnx, GivesOnePictureTheSameOutputsThroughEveryKind) {
        true,
        0x1p-10},
   };
-  const std::vector<float> weights = Weights();
-  double weight_sum = 0;  // the most that errors of one step each can add up to
-  for (int filter = 0; filter < kFilters; ++filter) {
-    double sum = 0;
-    for (int tap = 0; tap < 27; ++tap) sum += std::abs(weights[filter * 27 + tap]);
-    weight_sum = std::max(weight_sum, sum);
-  }
+  constexpr double kWeightSum = 27 * 9 / 32.0;  // no filter's weights add up to more
   const std::vector<uint8_t> picture = Picture();
   const std::vector<double> expected = ExpectedFeatures(picture);
 
@@ -161,14 +172,9 @@ TEST(SimulatorOnnx, GivesOnePictureTheSameOutputsThroughEveryKind) {
     for (size_t i = 0; i < expected.size(); ++i) {
       largest = std::max(largest, std::abs(outputs[0].data[i] - expected[i]));
     }
-    EXPECT_LE(largest, weight_sum * row.step);
+    EXPECT_LE(largest, kWeightSum * row.step);
     if (row.step > 1e-4) {
       EXPECT_GT(largest, row.step / 1000) << "nothing was rounded";
-    }
-    for (int filter = 0; filter < kFilters; ++filter) {
-      double sum = 0;
-      for (int i = 0; i < kPixels; ++i) sum += outputs[0].data[filter * kPixels + i];
-      EXPECT_NEAR(outputs[1].data[filter], sum / kPixels, 1e-5);
     }
     EXPECT_EQ(rknn_sim::MisuseCount(), 0u);
   }
@@ -279,20 +285,8 @@ TEST(SimulatorOnnx, ConvertsWhatIsNotPassedThrough) {
     const std::string model = EchoModel(row.properties);
     rknn_context context = 0;
     ASSERT_EQ(Load(model, &context).err, "");
-    std::string buffer = row.buffer;
-    rknn_input input = {};
-    input.buf = &buffer[0];
-    input.size = buffer.size();
-    input.pass_through = row.pass_through;
-    input.type = row.type;
-    input.fmt = row.format;
-    EXPECT_EQ(rknn_inputs_set(context, 1, &input) | rknn_run(context, nullptr), 0);
-    rknn_output output = {};
-    output.want_float = 1;
-    ASSERT_EQ(rknn_outputs_get(context, 1, &output, nullptr), 0);
-    const auto* numbers = static_cast<const float*>(output.buf);
-    EXPECT_EQ(std::vector<float>(numbers, numbers + 4), row.numbers);
-    EXPECT_EQ(rknn_outputs_release(context, 1, &output) | rknn_destroy(context), 0);
+    EXPECT_EQ(Echo(context, row.buffer, row.type, row.pass_through, row.format), row.numbers);
+    EXPECT_EQ(rknn_destroy(context), 0);
   }
 }
 
@@ -304,24 +298,16 @@ TEST(SimulatorOnnx, LoadsAndRunsOnSeveralThreads) {
     for (int round = 0; round < 4; ++round) {
       rknn_context context = 0;
       ASSERT_EQ(rknn_init(&context, const_cast<char*>(model.data()), model.size(), 0), 0);
-      float numbers[4] = {number, 1, 2, number};
-      rknn_input input = {};
-      input.buf = numbers;
-      input.size = sizeof(numbers);
-      rknn_output output = {};
-      output.want_float = 1;
-      EXPECT_EQ(rknn_inputs_set(context, 1, &input) | rknn_run(context, nullptr), 0);
-      ASSERT_EQ(rknn_outputs_get(context, 1, &output, nullptr), 0);
-      EXPECT_EQ(std::memcmp(output.buf, numbers, sizeof(numbers)), 0);
-      EXPECT_EQ(rknn_outputs_release(context, 1, &output) | rknn_destroy(context), 0);
+      const std::vector<float> numbers = {number, 1, 2, number};
+      const std::string buffer(reinterpret_cast<const char*>(numbers.data()), 4 * sizeof(float));
+      EXPECT_EQ(Echo(context, buffer, RKNN_TENSOR_FLOAT32, false, RKNN_TENSOR_NCHW), numbers);
+      EXPECT_EQ(rknn_destroy(context), 0);
     }
   };
   std::thread other(work, 3.5f);
   work(-7);
   other.join();
 }
-
-// ------------------------------------------------------------------------------------- refusals
 
 const std::string kEchoNode = Node("Identity", {"in"}, "out");
 const std::string kEchoEnds = Input(Value("in", {1, 2, 1, 2})) + Output(Value("out", {1, 2, 1, 2}));
@@ -350,6 +336,8 @@ TEST(SimulatorOnnx, RefusesInOneLine) {
       {echo("mean", "1,2,3"), "corvane.input.mean is '1,2,3'; wanted one number or 2, separated"},
       {echo("mean", "1,"), "corvane.input.mean is '1,'; wanted"},
       {echo("scale", "nan"), "corvane.input.scale is 'nan'; wanted"},
+      {echo("scale", "1e39"), "corvane.input.scale is '1e39'; wanted"},
+      {echo("scale", "1e-50"), "corvane.input.scale is '1e-50'; wanted"},
       {echo("scale", "--1"), "corvane.input.scale is '--1'; wanted"},
       {echo("scale", "1\n2"), "corvane.input.scale is '1?2'; wanted"},
       {echo("men", "1"), "property corvane.input.men is unknown; wanted corvane.input.type, fl,"},
@@ -404,44 +392,25 @@ TEST(SimulatorOnnx, RefusesInOneLine) {
 TEST(SimulatorOnnx, SurvivesDamagedModels) {
   rknn_sim::Session session;
   const std::string good = Model(ConvolutionGraph(), {{"corvane.input.mean", "1,2,3"}});
-  constexpr uint32_t kSeed = 20240607;
-  SCOPED_TRACE(testing::Message() << "seed " << kSeed);
-  std::mt19937 random(kSeed);
+  std::mt19937 random(20240607);
   int refused = 0;
-  constexpr int kTrials = 200;
-  for (int trial = 0; trial < kTrials; ++trial) {
+  for (int trial = 0; trial < 200; ++trial) {
     std::string model = good;
-    for (uint32_t damage = random() % 3 + 1; damage > 0; --damage) {
-      // Mostly behind the weights, whose values make no difference.
-      const size_t at = random() % 4 == 0 ? random() % 40 : 460 + random() % (model.size() - 460);
-      switch (random() % 4) {
-        case 0:
-          model[at] = static_cast<char>(random());
-          break;
-        case 1:
-          model[at] = static_cast<char>(model[at] ^ (1 << random() % 8));
-          break;
-        case 2:
-          model.erase(at, random() % 4 + 1);
-          break;
-        default:
-          model.insert(at, model.substr(random() % model.size(), random() % 8));
-          break;
-      }
-      if (model.size() < 480) model = good;
-    }
+    // Mostly after the weights, whose values make no difference.
+    const size_t at = trial % 4 == 0 ? random() % 40 : 460 + random() % (good.size() - 460);
+    if (trial % 3 == 0) model[at] = static_cast<char>(random());
+    if (trial % 3 == 1) model.erase(at, random() % 4 + 1);
+    if (trial % 3 == 2) model.insert(at, good, random() % good.size(), random() % 8 + 1);
     const Loaded loaded = Load(model);
     EXPECT_TRUE(loaded.ret == 0 || loaded.ret == RKNN_ERR_MODEL_INVALID) << trial;
     if (loaded.ret == 0) continue;
     ++refused;
     EXPECT_EQ(loaded.err.find('\n'), loaded.err.size() - 1) << trial << loaded.err;
   }
-  EXPECT_GT(refused, kTrials / 4);
+  EXPECT_GT(refused, 50);
   EXPECT_EQ(Load(good).ret, kRunsOnnx ? 0 : RKNN_ERR_MODEL_INVALID);
   EXPECT_EQ(rknn_sim::LiveContexts(), 0u);
 }
-
-// ------------------------------------------------------------------------------------- the trial
 
 TEST(SimulatorTrial, KeepsWhateverHappensInTheChild) {
   using rknn_sim::String;
