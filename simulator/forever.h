@@ -1,5 +1,5 @@
-// A global that is made when the library is loaded and never destroyed: contexts may be destroyed
-// by the last destructors of a program.
+// A global that is constructed when the library is loaded and never destroyed, because the last
+// destructors of a program may still destroy contexts.
 #ifndef CORVANE_SIMULATOR_FOREVER_H_
 #define CORVANE_SIMULATOR_FOREVER_H_
 

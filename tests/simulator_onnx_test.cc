@@ -1,4 +1,4 @@
-// ONNX models behind the runtime's interface, from the file to the library's outputs.
+// ONNX models from the file to the library's outputs.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -355,8 +355,8 @@ TEST(SimulatorOnnx, RefusesInOneLine) {
       {constant(Tensor("w", {1, -1}, {1})), "the constant 'w' has no possible shape"},
       {constant(Tensor("w", {1}, 99, "abcd", 4)), "constant 'w' has elements of ONNX type 99"},
       {constant(Tensor("w", {1}, {1}) + Bytes(4, "abcd")), "'w' does not hold the 1 elements"},
-      {constant(Bytes(8, "w") + Bytes(13, "")), "constant 'w' stands in another file; wanted"},
-      {Model(deep), "graphs stand in graphs; wanted at most 8 levels"},
+      {constant(Bytes(8, "w") + Bytes(13, "")), "constant 'w' is in another file; wanted"},
+      {Model(deep), "graphs are nested too deep; wanted at most 8 levels"},
       {Number(1, 6), "the model has no graph; wanted one"},
       {whole + Bytes(7, ""), "the model has two graphs; wanted one"},
       {whole.substr(0, whole.size() - 9), "the model is damaged or cut off"},
@@ -369,7 +369,7 @@ TEST(SimulatorOnnx, RefusesInOneLine) {
     EXPECT_EQ(loaded.err.find('\n'), loaded.err.size() - 1);
   }
 
-  // What only OpenCV can judge, or that there is none.
+  // Refused by OpenCV, or by a build without it.
   const struct {
     std::string model;
     const char* line;

@@ -280,7 +280,7 @@ TEST(Simulator, RefusesOverlappingCallsOnOneContextOnly) {
   EXPECT_NE(calls[0].thread, calls[1].thread);
 }
 
-TEST(Simulator, TellsOfOutputsAndContextsLeftBehind) {
+TEST(Simulator, ReportsOutputsAndContextsThatAreNotReleased) {
   rknn_sim::Session session;
   Rig rig;
   ASSERT_EQ(rig.GetReady() | rig.Get(), 0);

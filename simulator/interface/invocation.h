@@ -12,10 +12,10 @@ class Invocation {
  public:
   Invocation(Function function, rknn_context handle);
 
-  // Null unless somebody looks at the call.
+  // Null unless a trace, a recording or a hook looks at the call.
   Call* record() { return is_observed_ ? &record_ : nullptr; }
 
-  // Whether that somebody sees the bytes of buffers too.
+  // Whether a recording or a hook sees the bytes of buffers, too.
   bool copies_buffers() const { return copies_buffers_; }
 
   // Writes the line and returns the code.

@@ -1,4 +1,4 @@
-// The one way a misuse is told: a line on standard error, kept for tests.
+// Reports misuses: one line on standard error each, kept for tests.
 #ifndef CORVANE_SIMULATOR_INTERFACE_REPORT_H_
 #define CORVANE_SIMULATOR_INTERFACE_REPORT_H_
 
@@ -11,7 +11,7 @@ namespace rknn_sim {
 // Writes "rknn simulator: WHERE: TEXT [ret=CODE]\n" in one call.
 void ReportMisuse(const char* where, int code, const char* text);
 
-// Writes a reason, of up to 299 bytes, and gives false.
+// Stores a reason of up to 299 bytes in *why and returns false.
 __attribute__((format(printf, 2, 3))) bool Refuse(String* why, const char* format, ...);
 
 uint64_t ReportedCount();

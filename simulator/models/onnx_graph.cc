@@ -17,7 +17,7 @@ constexpr std::size_t kMaxDims = 32;
 struct ElementLayout {
   uint64_t type;
   uint64_t bytes;  // each, in raw data
-  uint64_t field;  // where they stand otherwise
+  uint64_t field;  // that holds them without raw data
 };
 constexpr ElementLayout kLayouts[] = {
     {1, 4, tensor_field::kFloatData},   {2, 1, tensor_field::kInt32Data},
@@ -27,7 +27,6 @@ constexpr ElementLayout kLayouts[] = {
     {10, 2, tensor_field::kInt32Data},  {11, 8, tensor_field::kDoubleData},
     {12, 4, tensor_field::kUint64Data}, {13, 8, tensor_field::kUint64Data}};
 
-// The text of a length-delimited field; names are cut to what a line can hold.
 String TextOf(std::string_view bytes) { return String(bytes.data(), bytes.size()); }
 
 class Reader {
@@ -80,7 +79,8 @@ class Reader {
   // graph: null for a subgraph, whose inputs and outputs are its node's business.
   bool Graph(std::string_view message, uint32_t depth, OnnxGraph* graph) {
     if (depth > kMaxSubgraphDepth) {
-      return Refuse(why_, "graphs stand in graphs; wanted at most %u levels", kMaxSubgraphDepth);
+      return Refuse(why_, "graphs are nested too deep; wanted at most %u levels",
+                    kMaxSubgraphDepth);
     }
     Vector<String> constants;
     const bool is_walked = Walk("a graph", message, [&](const ProtobufField& field) {
@@ -95,7 +95,7 @@ class Reader {
       return true;
     });
     if (!is_walked || graph == nullptr) return is_walked;
-    // Old files name their constants among the inputs too.
+    // Old files list their constants as inputs, too.
     std::sort(constants.begin(), constants.end());
     const auto is_constant = [&](const OnnxTensor& input) {
       return std::binary_search(constants.begin(), constants.end(), input.name);
@@ -138,7 +138,7 @@ class Reader {
       if (field.IsBytes(tensor_field::kName)) *name = TextOf(field.bytes);
       if (field.IsVarint(tensor_field::kDataType)) type = field.value;
       if (field.IsBytes(tensor_field::kRawData)) raw_bytes = field.bytes.size();
-      // Numbers stand alone or packed; of another wire type they are, to protobuf, no such field.
+      // Numbers are single or packed. Protobuf ignores a field of another wire type.
       const bool is_packed = field.type == WireType::kBytes;
       switch (field.number) {
         case tensor_field::kDims:
@@ -181,8 +181,8 @@ class Reader {
     if (!is_walked) return false;
     const int shown = static_cast<int>(std::min<std::size_t>(name->size(), 60));
     if (counts[tensor_field::kExternalData] > 0) {
-      return Refuse(why_, "the constant '%.*s' stands in another file; wanted it in this one",
-                    shown, name->data());
+      return Refuse(why_, "the constant '%.*s' is in another file; wanted it in this one", shown,
+                    name->data());
     }
     if (!has_dims_in_range || counts[tensor_field::kDims] > kMaxDims) {
       return Refuse(why_, "the constant '%.*s' has no possible shape", shown, name->data());

@@ -1,5 +1,5 @@
-// What an ONNX file says about itself, read without any library: what the runtime's interface needs
-// to know, and the checks that an importer which trusts its input leaves out.
+// Reads what the runtime's interface needs from an ONNX file, and checks what the engine's importer
+// trusts. It needs no library.
 #ifndef CORVANE_SIMULATOR_MODELS_ONNX_GRAPH_H_
 #define CORVANE_SIMULATOR_MODELS_ONNX_GRAPH_H_
 
@@ -32,7 +32,7 @@ struct OnnxGraph {
   Vector<OnnxProperty> properties;
 };
 
-// Whether the bytes want to be an ONNX model, whole or damaged.
+// Whether the bytes look like an ONNX model, which may be damaged.
 bool IsOnnx(const uint8_t* bytes, std::size_t size);
 
 // False, with what is wrong, for bytes that are not a well-formed model. Well-formed means: every

@@ -1,5 +1,4 @@
-// The part that computes an ONNX model: OpenCV's dnn module, or nothing where it was not there at
-// build time. The one place that knows OpenCV.
+// The engine that computes an ONNX graph. OpenCV's dnn module is one; a build without it has none.
 #ifndef CORVANE_SIMULATOR_MODELS_ONNX_NETWORK_H_
 #define CORVANE_SIMULATOR_MODELS_ONNX_NETWORK_H_
 

@@ -1,5 +1,5 @@
-// Models stated as text, so that a model file alone makes a working model without a board and
-// without a network. Behind the library's prefix the file holds:
+// Models written as text, for tests of programs that need neither a board nor a network. After the
+// library's prefix the file holds:
 //
 //   CORVANE-SIM
 //   # one line per tensor; the shape outermost first, as N x C x H x W (N x H x W x C with nhwc)
@@ -19,7 +19,7 @@ namespace rknn_sim {
 
 bool IsTextModel(const uint8_t* bytes, std::size_t size);
 
-// False, with the line and what is wrong with it, where the text states no model.
+// False, with the number of the line and what was wanted there, for a text that is no model.
 bool ParseTextModel(const uint8_t* bytes, std::size_t size, Model* model, String* why);
 
 }  // namespace rknn_sim

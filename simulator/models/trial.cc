@@ -21,7 +21,8 @@ constexpr rlim_t kMaxSeconds = 60;
 constexpr uint64_t kMoreMemory = uint64_t{4} << 30;
 constexpr std::size_t kMaxText = 500;
 
-// What the child says: one byte for the outcome, then why, in one write that a pipe never splits.
+// The child writes one byte for the outcome, then the reason, in one write that a pipe never
+// splits.
 constexpr char kDone = 'y', kRefused = 'n';
 
 void Limit(int resource, rlim_t wanted) {
@@ -31,7 +32,7 @@ void Limit(int resource, rlim_t wanted) {
   setrlimit(static_cast<__rlimit_resource>(resource), &limit);
 }
 
-// On top of what there is: with a sanitizer that is terabytes.
+// Relative to the present size, as a sanitizer maps terabytes.
 void LimitMemory() {
   unsigned long long pages = 0;
   std::FILE* file = std::fopen("/proc/self/statm", "re");
@@ -44,7 +45,7 @@ void LimitMemory() {
 }
 
 [[noreturn]] void BeChild(int to_parent, bool (*action)(void*, String*), void* subject) {
-  // A handler of the program's would tell of a crash that is not the program's.
+  // The program's crash handlers must not report the child's crash.
   for (const int fatal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGXCPU, SIGTERM}) {
     std::signal(fatal, SIG_DFL);
   }
@@ -94,7 +95,7 @@ bool TryInChild(bool (*action)(void*, String*), void* subject, String* why) {
     return false;
   }
 
-  // Not until the pipe's end alone: a process that another thread forks now holds it open too.
+  // The pipe's end is not enough: a process that another thread forks now holds it open, too.
   using Clock = std::chrono::steady_clock;
   const Clock::time_point deadline = Clock::now() + std::chrono::seconds(kMaxSeconds);
   char reply[1 + kMaxText];

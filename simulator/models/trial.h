@@ -1,4 +1,4 @@
-// Doing something that may crash, hang or eat all memory, in a child process first.
+// Tries in a child process what may crash, hang or use all memory.
 #ifndef CORVANE_SIMULATOR_MODELS_TRIAL_H_
 #define CORVANE_SIMULATOR_MODELS_TRIAL_H_
 
@@ -6,9 +6,9 @@
 
 namespace rknn_sim {
 
-// Calls action(subject, why) in a forked child that may use 4 GiB more memory and a minute, writes
-// nothing to standard error and runs no handler of the program's for what kills it. True when it
-// gave true. Otherwise *why is what it said, or how it ended.
+// Calls action(subject, why) in a forked child that may use 4 GiB more memory and a minute. The
+// child writes nothing to standard error and runs none of the program's signal handlers. Returns
+// what the action returned; on false *why is the action's reason, or how the child ended.
 bool TryInChild(bool (*action)(void* subject, String* why), void* subject, String* why);
 
 }  // namespace rknn_sim
