@@ -129,7 +129,10 @@ int InputsSet(Invocation& call, Context& context, uint32_t count, const rknn_inp
   }
   call.Reach();
   if (call.fails()) return call.code();
-  for (uint32_t i = 0; i < count; ++i) context.KeepInput(inputs[i]);
+  for (uint32_t i = 0; i < count; ++i) {
+    // Refused by CheckInputsSet if null. NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker)
+    context.KeepInput(inputs[i]);
+  }
   context.has_inputs = true;
   return call.code();
 }
