@@ -1,8 +1,8 @@
 # Flags for every target of this project. corvane_flags(TARGET) is called once for each.
 function(corvane_flags target)
   # The promised bits depend on one rounding per operation: both GCC and Clang fuse a * b + c on
-  # AArch64 unless told not to.
-  target_compile_options(${target} PRIVATE -ffp-contract=off -Wall -Wextra -Wconversion -Wshadow)
+  # AArch64 by default, and a parent project may ask for -ffast-math or -Ofast. These come last.
+  target_compile_options(${target} PRIVATE -fno-fast-math -ffp-contract=off -Wall -Wextra -Wconversion -Wshadow)
   if(CORVANE_WARNINGS_AS_ERRORS)
     target_compile_options(${target} PRIVATE -Werror)
   endif()

@@ -59,7 +59,7 @@ function(corvane_install_pkgconfig name component)
 endfunction()
 corvane_install_pkgconfig(CorvaneCommon CorvaneCommon_Development)
 
-if(NOT CORVANE_RKNN_SDK)
+if(corvane_runtime STREQUAL simulator)
   # Switched off it still is a component for those who name it, only not part of a plain install.
   set(corvane_unless_named)
   if(NOT CORVANE_INSTALL_SIMULATOR)

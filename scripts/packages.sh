@@ -40,5 +40,6 @@ packages_test=(libgtest-dev libgmock-dev pkg-config python3 "${packages_tool[@]}
 packages_cross=(g++-aarch64-linux-gnu qemu-user googletest pkg-config git)
 packages_board=(g++-aarch64-linux-gnu)
 packages_clang=(clang libclang-rt-14-dev)
+packages_compilers=(clang libc++-dev libc++abi-dev g++-11)
 packages_lint=(clang-format clang-tidy clang git)
 packages_docs=(doxygen git python3)
