@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 namespace corvane_fuzz {
 
@@ -27,6 +28,11 @@ class ByteReader {
     const ByteReader front(data_, std::min(size, left_));
     Skip(front.left_);
     return front;
+  }
+  // All that is left.
+  std::string TakeText() {
+    const ByteReader rest = TakeReader(left_);
+    return std::string(reinterpret_cast<const char*>(rest.data_), rest.left_);
   }
   bool IsEmpty() const { return left_ == 0; }
   const uint8_t* data() const { return data_; }
