@@ -8,93 +8,65 @@ namespace corvane {
 namespace {
 
 // Floats whose bits differ in the lowest 13 only. They share the sign, the exponent and the ten
-// fraction bits that a half keeps, so the same half is right for the first and the last, and by
-// monotony for all.
+// fraction bits that a half keeps: a half that is right for the first and the last of them is right
+// for all, because the rule is monotone.
 constexpr uint32_t kBlock = 1U << 13;
 constexpr uint64_t kBlocks = (uint64_t{1} << 32) / kBlock;
 
-// The floats of a block that the conversion admits, zero in the place of the others, and what each
-// is before the offset.
-template <class Element>
-void FillAdmitted(const Conversion<Element>& conversion, uint64_t block, uint32_t (&bits)[kBlock],
-                  float (&values)[kBlock]) {
-  uint32_t offset_bits[kBlock];
+void FillWanted(const uint32_t (&bits)[kBlock], uint32_t first, uint16_t (&wanted)[kBlock]) {
+  const uint16_t half = HalfAtMost(first & 0x7FFFFFFF);
+  if (half != HalfAtMost((first | (kBlock - 1)) & 0x7FFFFFFF)) {
+    Counterexample("the floats from 0x%08X on do not share one half", first);
+  }
   for (uint32_t i = 0; i < kBlock; ++i) {
-    const uint32_t all = static_cast<uint32_t>(block) * kBlock + i;
-    const uint32_t magnitude = all & 0x7FFFFFFF;
+    wanted[i] = static_cast<uint16_t>(first >> 16 & 0x8000) | ((bits[i] << 1) == 0 ? 0 : half);
+  }
+}
+
+void FillWanted(const uint32_t (&bits)[kBlock], uint32_t, int16_t (&wanted)[kBlock]) {
+  for (uint32_t i = 0; i < kBlock; ++i) wanted[i] = static_cast<int16_t>(TruncatedByBits(bits[i]));
+}
+
+// Floats that the conversion does not admit are replaced by zero.
+template <class Element>
+uint64_t CheckConversion(const Conversion<Element>& conversion, uint64_t block) {
+  const uint32_t first = static_cast<uint32_t>(block) * kBlock;
+  uint32_t bits[kBlock], offset_bits[kBlock];
+  float values[kBlock];
+  Element elements[kBlock], wanted[kBlock];
+  uint32_t admitted = 0;
+  for (uint32_t i = 0; i < kBlock; ++i) {
+    const uint32_t magnitude = (first + i) & 0x7FFFFFFF;
     const bool is_admitted =
         magnitude >= conversion.first_magnitude && magnitude <= conversion.last_magnitude;
-    bits[i] = is_admitted ? all : all & 0x80000000;
-    offset_bits[i] = is_admitted ? all - conversion.exponent_offset : bits[i];
+    admitted += is_admitted;
+    bits[i] = is_admitted ? first + i : first & 0x80000000;
+    offset_bits[i] = is_admitted ? bits[i] - conversion.exponent_offset : bits[i];
   }
+  if (admitted == 0 && (first & 0x7FFFFFFF) != 0) return 0;
   std::memcpy(values, offset_bits, sizeof(values));
-}
-
-template <class Element>
-uint64_t AdmittedCases(const Conversion<Element>& conversion) {
-  return 2 * (uint64_t{conversion.last_magnitude} - conversion.first_magnitude + 1);
-}
-
-// Blocks without an admitted float have nothing to convert.
-template <class Element>
-bool HasAdmitted(const Conversion<Element>& conversion, uint64_t block) {
-  const uint32_t first = static_cast<uint32_t>(block) * kBlock & 0x7FFFFFFF;
-  return first + kBlock - 1 >= conversion.first_magnitude && first <= conversion.last_magnitude;
-}
-
-void CheckHalves(const Conversion<uint16_t>& conversion, uint64_t block) {
-  if (!HasAdmitted(conversion, block)) return;
-  uint32_t bits[kBlock];
-  float values[kBlock];
-  uint16_t halves[kBlock];
-  FillAdmitted(conversion, block, bits, values);
-  conversion.convert(values, kBlock, halves);
-  const uint32_t first = static_cast<uint32_t>(block) * kBlock;
-  const uint16_t half = HalfAtMost(first & 0x7FFFFFFF);
-  if (half != HalfAtMost((first + kBlock - 1) & 0x7FFFFFFF)) {
-    Counterexample("the halves of the floats 0x%08X and 0x%08X differ", first, first + kBlock - 1);
-  }
-  const auto sign = static_cast<uint16_t>(first >> 16 & 0x8000);
-  bool is_equal = true;
-  for (uint32_t i = 0; i < kBlock; ++i) {
-    is_equal &= halves[i] == (sign | ((bits[i] & 0x7FFFFFFF) == 0 ? 0 : half));
-  }
-  for (uint32_t i = 0; !is_equal && i < kBlock; ++i) {
-    const int wanted = sign | ((bits[i] & 0x7FFFFFFF) == 0 ? 0 : half);
-    if (halves[i] != wanted) {
-      Counterexample("float 0x%08X gives half 0x%04X, not 0x%04X", bits[i], halves[i], wanted);
-    }
-  }
-}
-
-void CheckLowHalves(const Conversion<int16_t>& conversion, uint64_t block) {
-  if (!HasAdmitted(conversion, block)) return;
-  uint32_t bits[kBlock];
-  float values[kBlock];
-  int16_t elements[kBlock];
-  FillAdmitted(conversion, block, bits, values);
   conversion.convert(values, kBlock, elements);
-  for (uint32_t i = 0; i < kBlock; ++i) {
-    const auto wanted = static_cast<uint16_t>(TruncatedByBits(bits[i]));
-    if (static_cast<uint16_t>(elements[i]) != wanted) {
-      Counterexample("float 0x%08X gives 0x%04X, not 0x%04X", bits[i],
-                     static_cast<unsigned>(static_cast<uint16_t>(elements[i])), wanted);
-    }
+  FillWanted(bits, first, wanted);
+  const std::size_t i = FirstDifference(elements, wanted, kBlock);
+  if (i < kBlock) {
+    Counterexample("float 0x%08X gives 0x%04X, not 0x%04X", bits[i], elements[i] & 0xFFFF,
+                   wanted[i] & 0xFFFF);
   }
+  return std::max(admitted, 1U);
 }
 
 // A rule from a float to an int against the same on bits.
 template <class Rule, class Reference>
-void CheckAllFloats(Enumeration& enumeration, Rule rule, Reference reference) {
-  enumeration.ForAll(kBlocks, kBlock, [&](uint64_t block) {
+uint64_t CheckAllFloats(Rule rule, Reference reference) {
+  return ForAll(kBlocks, [&](uint64_t block) {
     for (uint32_t i = 0; i < kBlock; ++i) {
       const uint32_t bits = static_cast<uint32_t>(block) * kBlock + i;
-      const int32_t result = rule(FromBits(bits));
-      if (result != reference(bits)) {
-        Counterexample("float 0x%08X gives 0x%08X, not 0x%08X", bits, static_cast<uint32_t>(result),
-                       static_cast<uint32_t>(reference(bits)));
+      const int32_t result = rule(FromBits(bits)), wanted = reference(bits);
+      if (result != wanted) {
+        Counterexample("float 0x%08X gives %d, not %d", bits, result, wanted);
       }
     }
+    return kBlock;
   });
 }
 
@@ -106,65 +78,50 @@ void LowHalvesByRule(const float* values, std::size_t count, int16_t* elements) 
   for (std::size_t i = 0; i < count; ++i) elements[i] = QuantizeDfp16(values[i], 1);
 }
 
-// What the bits of a float are worth, in double, which holds subnormal floats as normal numbers.
-double ValueOfBits(uint32_t bits) {
-  const int exponent = static_cast<int>(bits >> 23 & 0xFF);
-  const uint32_t fraction = bits & 0x7FFFFF;
-  if (exponent == 255) return fraction == 0 ? HUGE_VAL : NAN;
-  return std::ldexp(exponent == 0 ? fraction : fraction | 0x800000, std::max(exponent, 1) - 150);
+// A power of two by its bits, in double, where subnormal floats are normal numbers.
+uint64_t CheckPowersOfTwo(uint64_t upper) {
+  for (uint32_t lower = 0; lower < 1U << 16; ++lower) {
+    const auto exponent = static_cast<int>(static_cast<uint32_t>(upper) << 16 | lower);
+    const uint32_t bits = BitsOf(PowerOfTwo(exponent));
+    const uint32_t fraction = bits & 0x7FFFFF, biased = bits >> 23;
+    const double value = std::ldexp(biased == 0 ? fraction : fraction | 0x800000,
+                                    static_cast<int>(std::max(biased, 1U)) - 150);
+    const bool is_right = exponent > 127    ? bits == 0x7F800000
+                          : exponent < -149 ? bits == 0
+                                            : value == std::ldexp(1.0, exponent);
+    if (!is_right) Counterexample("2^%d has the bits 0x%08X", exponent, bits);
+  }
+  return 1U << 16;
 }
 
-void CheckPowersOfTwo(Enumeration& enumeration) {
-  enumeration.ForAll(uint64_t{1} << 16, 1U << 16, [](uint64_t upper) {
-    for (uint32_t lower = 0; lower < 1U << 16; ++lower) {
-      const int exponent = static_cast<int>(static_cast<uint32_t>(upper) << 16 | lower);
-      const uint32_t bits = BitsOf(PowerOfTwo(exponent));
-      // From 2^128 on there is no float but infinity, below 2^-149 none but 0.
-      const bool is_right = exponent > 127    ? bits == 0x7F800000
-                            : exponent < -149 ? bits == 0
-                                              : ValueOfBits(bits) == std::ldexp(1.0, exponent);
-      if (!is_right) Counterexample("2^%d has the bits 0x%08X", exponent, bits);
-    }
-  });
-}
-
-template <class Element, class Check>
-Claim ConversionClaim(const std::string& rule, const Conversion<Element>& leaf, Check check,
-                      const std::string& statement) {
-  return {rule + "/" + leaf.name, statement, [=](Enumeration& enumeration) {
-            const bool admits_all = leaf.last_magnitude == 0x7FFFFFFF;
-            enumeration.ForAll(kBlocks, admits_all ? kBlock : 0,
-                               [&](uint64_t block) { check(leaf, block); });
-            if (!admits_all) enumeration.Count(AdmittedCases(leaf));
-          }};
+template <class Element>
+void AddConversions(const std::string& rule, const std::string& statement,
+                    const std::vector<Conversion<Element>>& leaves, std::vector<Claim>* claims) {
+  for (const Conversion<Element>& leaf : leaves) {
+    claims->push_back({rule + "/" + leaf.name, statement, [leaf] {
+                         return ForAll(
+                             kBlocks, [&](uint64_t block) { return CheckConversion(leaf, block); });
+                       }});
+  }
 }
 
 }  // namespace
 
 std::vector<Claim> ConversionClaims() {
-  std::vector<Conversion<uint16_t>> halves = HalfLeaves();
-  halves.insert(halves.begin(), {"scalar", 0, 0x7FFFFFFF, 0, HalvesByRule});
-  std::vector<Conversion<int16_t>> low_halves = LowHalfLeaves();
-  low_halves.insert(low_halves.begin(), {"scalar", 0, 0x7FFFFFFF, 0, LowHalvesByRule});
-
-  std::vector<Claim> claims;
-  for (const auto& leaf : halves) {
-    claims.push_back(ConversionClaim("half", leaf, CheckHalves,
-                                     "every admitted float becomes the half below it"));
-  }
-  claims.push_back({"truncation/scalar", "every float becomes the int32 next to it toward zero",
-                    [](Enumeration& enumeration) {
-                      CheckAllFloats(enumeration, TruncateToInt32, TruncatedByBits);
-                    }});
-  for (const auto& leaf : low_halves) {
-    claims.push_back(ConversionClaim("low-half", leaf, CheckLowHalves,
-                                     "every admitted float becomes the low half of its int32"));
-  }
-  claims.push_back(
-      {"position/scalar", "every float is rounded to the position that integers give",
-       [](Enumeration& enumeration) { CheckAllFloats(enumeration, RoundToFixed, RoundedByBits); }});
-  claims.push_back(
-      {"power-of-two/scalar", "every int gives the bits of its power of two", CheckPowersOfTwo});
+  std::vector<Claim> claims = {
+      {"truncation/scalar", "every float becomes the next int32 toward zero",
+       [] { return CheckAllFloats(TruncateToInt32, TruncatedByBits); }},
+      {"position/scalar", "every float is rounded as integers round it",
+       [] { return CheckAllFloats(RoundToFixed, RoundedByBits); }},
+      {"power-of-two/scalar", "every int gives the bits of its power of two",
+       [] { return ForAll(1U << 16, CheckPowersOfTwo); }}};
+  const std::string half = "every admitted float becomes the next half toward zero";
+  AddConversions<uint16_t>("half", half, {{"scalar", 0, 0x7FFFFFFF, 0, HalvesByRule}}, &claims);
+  AddConversions("half", half, HalfLeaves(), &claims);
+  const std::string low = "every admitted float becomes the low half of its int32";
+  AddConversions<int16_t>("low-half", low, {{"scalar", 0, 0x7FFFFFFF, 0, LowHalvesByRule}},
+                          &claims);
+  AddConversions("low-half", low, LowHalfLeaves(), &claims);
   return claims;
 }
 

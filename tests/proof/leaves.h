@@ -3,10 +3,6 @@
 #ifndef CORVANE_TESTS_PROOF_LEAVES_H_
 #define CORVANE_TESTS_PROOF_LEAVES_H_
 
-#include <cstddef>
-#include <cstdint>
-#include <vector>
-
 #include "src/image/inside_run.h"
 #include "src/rknn/encode_kernels.h"
 #include "tests/proof/enumeration.h"

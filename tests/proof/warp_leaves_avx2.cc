@@ -1,6 +1,5 @@
 // Claims on the blend of the AVX2 warp loop.
 #include <array>
-#include <atomic>
 
 #include "src/image/inside_run_avx2.cc"
 #include "src/image/warp_rules.h"
@@ -22,8 +21,8 @@ __m256i TimesThirtyTwo(int fraction) {
   return _mm256_set1_epi16(static_cast<int16_t>(fraction << 5));
 }
 
-// Every right byte stands in every pixel and channel once, with a fraction of its own there.
-void CheckRowBlends(uint64_t left) {
+// Every right byte with every fraction; each lane has bytes and each pixel a fraction of its own.
+uint64_t CheckRowBlends(uint64_t left) {
   for (int right = 0; right < 256; ++right) {
     Pairs pairs = {};
     for (int lane = 0; lane < 12; ++lane) {
@@ -31,26 +30,25 @@ void CheckRowBlends(uint64_t left) {
       pairs.bytes[lane / 3][lane % 3 + 3] = static_cast<uint8_t>(right + lane * 52);
     }
     const __m256i loaded = pairs.Load();
-    for (int fraction = 0; fraction < 1024; ++fraction) {
-      uint16_t fractions[4], spread[16], blends[16];
-      for (int p = 0; p < 4; ++p) {
-        fractions[p] = static_cast<uint16_t>((fraction + 341 * p) % 1024);
-        std::fill_n(spread + 4 * p, 4, static_cast<uint16_t>(fractions[p] << 5));
+    for (uint32_t fraction = 0; fraction < 1024; ++fraction) {
+      uint16_t fractions[16], blends[16];
+      for (uint32_t lane = 0; lane < 16; ++lane) {
+        fractions[lane] = static_cast<uint16_t>((fraction + lane / 4 * 341) % 1024 << 5);
       }
       const __m256i result =
-          BlendAcross(loaded, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(spread)));
+          BlendAcross(loaded, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(fractions)));
       _mm256_storeu_si256(reinterpret_cast<__m256i*>(blends), result);
-      for (int lane = 0; lane < 12; ++lane) {
-        const uint8_t* pixel = pairs.bytes[lane / 3];
-        const uint32_t wanted = RowBlend(pixel[lane % 3], pixel[lane % 3 + 3], fractions[lane / 3]);
-        if (blends[lane / 3 * 4 + lane % 3] != wanted) {
-          Counterexample("bytes 0x%02X 0x%02X, fraction 0x%03X in pixel %d give 0x%04X, not 0x%04X",
-                         pixel[lane % 3], pixel[lane % 3 + 3], fractions[lane / 3], lane / 3,
-                         blends[lane / 3 * 4 + lane % 3], wanted);
+      for (int lane = 0; lane < 16; ++lane) {
+        const uint8_t* bytes = pairs.bytes[lane / 4] + lane % 4;
+        const uint32_t wanted = RowBlend(bytes[0], bytes[3], fractions[lane] / 32U);
+        if (lane % 4 < 3 && blends[lane] != wanted) {
+          Counterexample("bytes 0x%02X 0x%02X, fraction 0x%03X in lane %d give 0x%04X, not 0x%04X",
+                         bytes[0], bytes[3], fractions[lane] / 32U, lane, blends[lane], wanted);
         }
       }
     }
   }
+  return 256 * 1024 * 12;
 }
 
 // Which row blends two bytes give at each fraction, and by which bytes.
@@ -73,10 +71,10 @@ class Reachable {
   bool Has(int fraction, int blend) const {
     return At(fraction)[static_cast<std::size_t>(blend / 64)] >> blend % 64 & 1;
   }
-  void Put(int fraction, int blend, int channel, uint8_t* pixel) const {
+  void Put(int fraction, int blend, uint8_t* bytes) const {
     const auto at = static_cast<std::size_t>(fraction * kRows + blend);
-    pixel[channel] = left_[at];
-    pixel[channel + 3] = right_[at];
+    bytes[0] = left_[at];
+    bytes[3] = right_[at];
   }
 
  private:
@@ -87,37 +85,32 @@ class Reachable {
 // One top row with up to twelve bottom rows, one in each lane, all of which the fraction gives.
 void CheckColumnBlends(const Reachable& reachable, int top, const std::vector<int>& bottoms,
                        int fraction_x) {
-  Pairs top_pairs = {}, bottom_pairs = {};
+  Pairs tops = {}, below = {};
   int bottom_of[16] = {};
   for (int lane = 0; lane < 16; ++lane) {
     if (lane % 4 == 3) continue;
-    const auto i = static_cast<std::size_t>(lane) % bottoms.size();
-    bottom_of[lane] = bottoms[i];
-    reachable.Put(fraction_x, top, lane % 4, top_pairs.bytes[lane / 4]);
-    reachable.Put(fraction_x, bottoms[i], lane % 4, bottom_pairs.bytes[lane / 4]);
+    bottom_of[lane] = bottoms[static_cast<std::size_t>(lane) % bottoms.size()];
+    reachable.Put(fraction_x, top, tops.bytes[lane / 4] + lane % 4);
+    reachable.Put(fraction_x, bottom_of[lane], below.bytes[lane / 4] + lane % 4);
   }
-  const __m256i tops = top_pairs.Load(), below = bottom_pairs.Load();
+  const __m256i top_pairs = tops.Load(), bottom_pairs = below.Load();
   for (int fraction = 0; fraction < 1024; ++fraction) {
-    uint16_t wanted[16], result[16];
+    uint16_t wanted[16], blends[16];
+    _mm256_storeu_si256(
+        reinterpret_cast<__m256i*>(blends),
+        Blend4(top_pairs, bottom_pairs, TimesThirtyTwo(fraction_x), TimesThirtyTwo(fraction)));
     for (int lane = 0; lane < 16; ++lane) {
-      wanted[lane] = static_cast<uint16_t>(ColumnBlend(top, bottom_of[lane], fraction));
+      const auto blend = static_cast<uint16_t>(ColumnBlend(top, bottom_of[lane], fraction));
+      wanted[lane] = lane % 4 == 3 ? blends[lane] : blend;
     }
-    const __m256i blends =
-        Blend4(tops, below, TimesThirtyTwo(fraction_x), TimesThirtyTwo(fraction));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(result), blends);
-    uint16_t different = 0;
-    for (int lane = 0; lane < 16; ++lane) {
-      different |= lane % 4 == 3 ? 0 : static_cast<uint16_t>(result[lane] ^ wanted[lane]);
-    }
-    if (different == 0) continue;
-    for (int lane = 0; lane < 16; ++lane) {
-      if (lane % 4 == 3 || result[lane] == wanted[lane]) continue;
-      Counterexample("rows 0x%04X 0x%04X, fractions 0x%03X 0x%03X give 0x%04X, not 0x%02X", top,
-                     bottom_of[lane], fraction_x, fraction, result[lane], wanted[lane]);
-    }
+    const std::size_t lane = FirstDifference(blends, wanted, 16);
+    if (lane == 16) continue;
+    Counterexample("rows 0x%04X 0x%04X, fractions 0x%03X 0x%03X give 0x%04X, not 0x%02X", top,
+                   bottom_of[lane], fraction_x, fraction, blends[lane], wanted[lane]);
   }
 }
 
+// Every bottom row that some fraction gives together with this top row.
 uint64_t CheckPairsOfTop(const Reachable& reachable, int top) {
   uint64_t pairs = 0;
   Reachable::Set done = {};
@@ -148,18 +141,14 @@ uint64_t CheckPairsOfTop(const Reachable& reachable, int top) {
 const WarpInsideRun kVectorInsideRun = WarpInsideRunAvx2;
 
 std::vector<Claim> VectorBlendClaims() {
-  return {
-      {"row-blend/avx2", "every two bytes and fraction, in every lane",
-       [](Enumeration& enumeration) { enumeration.ForAll(256, 256 * 1024 * 12, CheckRowBlends); }},
-      {"column-blend/avx2", "every two rows that bytes can give, every fraction",
-       [](Enumeration& enumeration) {
-         const Reachable reachable;
-         std::atomic<uint64_t> pairs{0};
-         enumeration.ForAll(kRows, 0, [&](uint64_t top) {
-           pairs += CheckPairsOfTop(reachable, static_cast<int>(top));
-         });
-         enumeration.Count(pairs * 1024);
-       }}};
+  return {{"row-blend/avx2", "every two bytes and fraction, in every lane",
+           [] { return ForAll(256, CheckRowBlends); }},
+          {"column-blend/avx2", "every two rows that bytes can give, every fraction", [] {
+             const Reachable reachable;
+             return ForAll(kRows, [&](uint64_t top) {
+               return CheckPairsOfTop(reachable, static_cast<int>(top)) * 1024;
+             });
+           }}};
 }
 
 }  // namespace corvane

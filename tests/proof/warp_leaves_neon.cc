@@ -13,7 +13,7 @@ int16x8_t EightFractions(int block) {
 }
 
 // Both ways of widening bytes, and a fraction of its own in each lane.
-void CheckRowBlends(uint64_t left) {
+uint64_t CheckRowBlends(uint64_t left) {
   const uint8x16_t lefts = vdupq_n_u8(static_cast<uint8_t>(left));
   for (uint32_t right = 0; right < 256; ++right) {
     const uint8x16_t rights = vdupq_n_u8(static_cast<uint8_t>(right));
@@ -33,11 +33,12 @@ void CheckRowBlends(uint64_t left) {
       }
     }
   }
+  return 256 * 1024 * 2;
 }
 
 // The loop moves the top row by a function of the difference and the fraction alone, then divides
 // by 32: so each difference with the 32 lowest and 32 highest top rows that it allows suffices.
-void CheckColumnBlends(uint64_t item) {
+uint64_t CheckColumnBlends(uint64_t item) {
   const int difference = static_cast<int>(item) - 8160;
   const int lowest = std::max(0, -difference), highest = 8160 - std::max(0, difference);
   for (int i = 0; i < 64; ++i) {
@@ -56,6 +57,7 @@ void CheckColumnBlends(uint64_t item) {
       }
     }
   }
+  return 64 * 1024;
 }
 
 }  // namespace
@@ -63,13 +65,10 @@ void CheckColumnBlends(uint64_t item) {
 const WarpInsideRun kVectorInsideRun = WarpInsideRunNeon;
 
 std::vector<Claim> VectorBlendClaims() {
-  return {
-      {"row-blend/neon", "every two bytes and fraction, both ways of widening",
-       [](Enumeration& enumeration) { enumeration.ForAll(256, 256 * 1024 * 2, CheckRowBlends); }},
-      {"column-blend/neon", "every difference of two rows and fraction, 64 top rows each",
-       [](Enumeration& enumeration) {
-         enumeration.ForAll(2 * 8160 + 1, 64 * 1024, CheckColumnBlends);
-       }}};
+  return {{"row-blend/neon", "every two bytes and fraction, both ways of widening",
+           [] { return ForAll(256, CheckRowBlends); }},
+          {"column-blend/neon", "every difference of two rows and fraction, 64 top rows each",
+           [] { return ForAll(2 * 8160 + 1, CheckColumnBlends); }}};
 }
 
 }  // namespace corvane
