@@ -210,6 +210,7 @@ class IniFile {
   CORVANE_EXPORT int Save() const;  // to the path of the last Load; without one nothing is written
 
  private:
+  friend struct IniFileParts;  // the library's own
   int setValue(const std::string& section, const std::string& key, std::string text);
 
   std::vector<std::unique_ptr<IniFileSection>> sections;
