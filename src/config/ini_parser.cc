@@ -97,9 +97,9 @@ void IniParser::StoreItems() {
 bool IniParser::NameIsTaken(const std::string& name) {
   if (sections_.size() < kScannedSections) return FindSection(sections_, name) != nullptr;
   if (names_.empty()) {
-    for (const auto& section : sections_) names_.insert(&section->name);
+    for (const auto& section : sections_) names_.Insert(section->name);
   }
-  return !names_.insert(&name).second;
+  return !names_.Insert(name);
 }
 
 }  // namespace corvane

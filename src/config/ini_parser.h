@@ -4,10 +4,10 @@
 
 #include <cstddef>
 #include <string>
-#include <unordered_set>
 
 #include "src/config/ini_sections.h"
 #include "src/config/ini_text.h"
+#include "src/config/name_set.h"
 
 namespace corvane {
 
@@ -35,15 +35,6 @@ class IniParser {
       return IniFileItem{key.str(), value.str(), CommentText(comment_lines), right_comment.str()};
     }
   };
-  struct HashName {
-    std::size_t operator()(const std::string* name) const {
-      return std::hash<std::string>()(*name);
-    }
-  };
-  struct EqualNames {
-    bool operator()(const std::string* a, const std::string* b) const { return *a == *b; }
-  };
-
   int ParseSectionHeader(Slice content, Slice comment_lines, Slice right_comment);
   int AddItemLine(Slice content, Slice comment_lines, Slice right_comment);
   void StoreItems();
@@ -53,7 +44,7 @@ class IniParser {
   const std::string& delimiter_;
   IniSections& sections_;
   // The sections' names, once there are too many to compare a new one with each.
-  std::unordered_set<const std::string*, HashName, EqualNames> names_;
+  NameSet names_;
 
   // Items wait here until their number is known, so that a section's items are allocated at once.
   static constexpr std::size_t kBatchedItems = 64;
