@@ -266,7 +266,7 @@ class ToolTest(unittest.TestCase):
             (inputs("kind = float32"), "[input] pixel_type"),
             (ini(modle=["file = x"]), "run.ini: [modle]: unknown section"),
             (ini(model=["file = model.bin", "flie = x"]), "run.ini: [model] flie: unknown setting"),
-            ("file = model.bin\n" + ini(), "run.ini: file: stands before the first section"),
+            ("file = model.bin\n" + ini(), "run.ini: file: is before the first section"),
             (inputs("kind = float32", "kind = float32", "pixel_type = RGB"), "run.ini: [input] kind: given twice"),
             (inputs("kind = float32", "oops"), "run.ini: a line without '=', after [input] kind"),
             (ini() + "[model]\n", "second time"),

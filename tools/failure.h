@@ -5,7 +5,7 @@
 
 namespace corvane_tool {
 
-// What the user is told before the program ends with status 1. The message names the file or the
+// The message that the user gets before the program ends with status 1. The message names the file or the
 // setting that is wrong.
 class Failure : public std::runtime_error {
  public:

@@ -26,9 +26,9 @@ class Call {
 
   bool is_watched() const { return depth_ == 1; }
 
-  // The function behind this program's own of the same name: the runtime's.
+  // The runtime's function, which this program's own of the same name hides.
   template <typename Function>
-  Function* Behind(Function* /*same type*/) const {
+  Function* Next(Function* /*same type*/) const {
     void* found = dlsym(RTLD_NEXT, name_);
     if (found == nullptr) {
       std::fprintf(stderr, "corvane: librknn_api.so has no function %s\n", name_);
@@ -67,13 +67,13 @@ extern "C" {
 CORVANE_WATCH int rknn_init(rknn_context* context, void* model, uint32_t size, uint32_t flag) {
   const corvane_tool::Call call("rknn_init");
   if (call.is_watched()) corvane_tool::WatchedRuntime() = corvane_tool::RuntimeRecord();
-  const int code = call.Behind(&rknn_init)(context, model, size, flag);
+  const int code = call.Next(&rknn_init)(context, model, size, flag);
   return call.End(code, code != 0);
 }
 
 CORVANE_WATCH int rknn_query(rknn_context context, rknn_query_cmd cmd, void* info, uint32_t size) {
   const corvane_tool::Call call("rknn_query");
-  const int code = call.Behind(&rknn_query)(context, cmd, info, size);
+  const int code = call.Next(&rknn_query)(context, cmd, info, size);
   if (call.is_watched() && code == 0) {
     corvane_tool::RuntimeRecord& record = corvane_tool::WatchedRuntime();
     if (cmd == RKNN_QUERY_IN_OUT_NUM) {
@@ -92,20 +92,20 @@ CORVANE_WATCH int rknn_query(rknn_context context, rknn_query_cmd cmd, void* inf
 CORVANE_WATCH int rknn_inputs_set(rknn_context context, uint32_t count, rknn_input inputs[]) {
   const corvane_tool::Call call("rknn_inputs_set");
   if (call.is_watched()) corvane_tool::WatchedRuntime().input_given = corvane::get_current_time();
-  const int code = call.Behind(&rknn_inputs_set)(context, count, inputs);
+  const int code = call.Next(&rknn_inputs_set)(context, count, inputs);
   return call.End(code, code < 0);
 }
 
 CORVANE_WATCH int rknn_run(rknn_context context, rknn_run_extend* extend) {
   const corvane_tool::Call call("rknn_run");
-  const int code = call.Behind(&rknn_run)(context, extend);
+  const int code = call.Next(&rknn_run)(context, extend);
   return call.End(code, code < 0);
 }
 
 CORVANE_WATCH int rknn_outputs_get(rknn_context context, uint32_t count, rknn_output outputs[],
                                    rknn_output_extend* extend) {
   const corvane_tool::Call call("rknn_outputs_get");
-  const int code = call.Behind(&rknn_outputs_get)(context, count, outputs, extend);
+  const int code = call.Next(&rknn_outputs_get)(context, count, outputs, extend);
   if (call.is_watched() && code >= 0) {
     corvane_tool::WatchedRuntime().outputs_back = corvane::get_current_time();
   }

@@ -102,7 +102,7 @@ class ConfigFile {
  private:
   [[noreturn]] void Fail(const std::string& what) const { throw Failure(path_ + ": " + what); }
 
-  // Everything before the bad line is in the document: its last entry tells where the line stands.
+  // Everything before the bad line is in the document: its last entry tells where the line is.
   std::string Place() const {
     std::vector<std::string> sections;
     ini_.GetSections(&sections);
@@ -138,9 +138,8 @@ class ConfigFile {
     std::set<std::string> seen;
     for (const auto& item : Items(section)) {
       if (!is_landmarks && known->second.count(item.first) == 0) {
-        throw Failure(NameOf(section, item.first) + (section.empty()
-                                                         ? ": stands before the first section"
-                                                         : ": unknown setting"));
+        throw Failure(NameOf(section, item.first) +
+                      (section.empty() ? ": is before the first section" : ": unknown setting"));
       }
       if (!seen.insert(item.first).second) {
         throw Failure(NameOf(section, item.first) + ": given twice");

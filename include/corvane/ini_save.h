@@ -80,7 +80,7 @@ enum IniSaveResult {
 
 // Saves the document to path: either wholly, which is INI_SAVE_OK, or not at all.
 //
-// std::bad_alloc: the old file is untouched, and nothing is left behind.
+// std::bad_alloc: the old file is untouched, and no temporary file is left.
 CORVANE_EXPORT IniSaveResult SaveIniFile(const IniFile& document, const std::string& path);
 
 // A sentence for people, without a full stop. Never null, whatever the code.

@@ -1,7 +1,7 @@
 // A runtime without a device: the seven functions that the library calls, all of which fail.
 //
 // The library links against it where neither a vendor SDK nor the simulator is there, as with a
-// compiler that is too old for the simulator. It stands for the vendor's library at link time only:
+// compiler that is too old for the simulator. It replaces the vendor's library at link time only:
 // never install it on a board, where it would hide the real one.
 #include "rknn_api.h"
 

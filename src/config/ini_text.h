@@ -70,7 +70,7 @@ auto FindItem(Section& section, const std::string& key) -> decltype(section.item
   return nullptr;
 }
 
-// Finds the comment, or right comment, that the key of a section (null: none) stands for: the
+// Finds the comment, or right comment, that the key names in a section (null: none): the
 // section's own for the empty key, else that of the first item with the key. Section may be const.
 template <typename Section, typename Text>
 int FindComment(Section* section, const std::string& key, std::string IniFileSection::*of_section,

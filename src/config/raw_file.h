@@ -1,4 +1,4 @@
-// An open file by its descriptor. Streams and stdio allocate behind the caller's back and turn a
+// An open file by its descriptor. Streams and stdio make allocations of their own and turn a
 // failed allocation into "could not open" or a short read; this allocates nothing.
 #ifndef CORVANE_SRC_CONFIG_RAW_FILE_H_
 #define CORVANE_SRC_CONFIG_RAW_FILE_H_
