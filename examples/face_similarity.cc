@@ -132,8 +132,7 @@ void Run(const std::string& settings_path, const std::string& photo_path,
     const Image& image;
     Matrix view;
   } views[] = {
-      {"the same face turned by 25 degrees, cut out as it is", turned,
-       UprightAround(matrix, x, y)},
+      {"the same face turned by 25 degrees, cut out as it is", turned, UprightAround(matrix, x, y)},
       {"the same face turned by 25 degrees, aligned by its landmarks", turned, turned_matrix},
       {"another part of the photograph", photo, UprightAround(matrix, 400, 150)},
   };

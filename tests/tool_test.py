@@ -40,6 +40,20 @@ def png(width, height, rgb, claimed=None):
             + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
 
 
+def jpeg_of_scans(count):
+    """A progressive gray JPEG of one block, all zero; each coefficient comes in two scans."""
+    def segment(marker, data):
+        return bytes([0xFF, marker]) + struct.pack(">H", len(data) + 2) + data
+    scans = [(0, 0, 0, 0)]
+    scans += [(k, k, 0, 1) for k in range(1, 64)] + [(k, k, 1, 0) for k in range(1, 64)]
+    one_code = b"\1" + 16 * b"\0"
+    data = b"\xff\xd8" + segment(0xDB, b"\0" + 64 * b"\1") + segment(0xC2, struct.pack(">BHHBBBB", 8, 8, 8, 1, 1, 0x11, 0))
+    data += segment(0xC4, b"\x00" + one_code) + segment(0xC4, b"\x10" + one_code)
+    for begin, end, high, low in scans[:count]:
+        data += segment(0xDA, bytes([1, 1, 0, begin, end, high << 4 | low])) + b"\x7f"
+    return data + b"\xff\xd9"
+
+
 def npy(path):
     with open(path, "rb") as file:
         data = file.read()
@@ -314,6 +328,8 @@ class ToolTest(unittest.TestCase):
             ("zero.png", png(1, 1, [0] * 3, claimed=(0, 1)), "bad PNG"),
             ("cut.jpg", JPEG[:-8], "bad JPEG"),
             ("head.jpg", JPEG[:60], "bad JPEG"),
+            ("many.jpg", jpeg_of_scans(101), "more than 100 scans"),
+            ("fewer.jpg", jpeg_of_scans(100), "the model takes 4 x 2"),
             ("huge.jpg", JPEG.replace(b"\x08\x00\x02\x00\x04\x03", b"\x08\xff\xdc\xff\xdc\x03"), "more than"),
             ("size.png", png(2, 4, [7] * 24), "the model takes 4 x 2"),
         ]:
@@ -329,6 +345,11 @@ class ToolTest(unittest.TestCase):
         self.picture(name="a.png")
         self.picture(name="a.face.png")
         os.symlink("a.png", self.path("link.png"))
+        for folder in ("same", "linked", "hard", "own"):
+            os.mkdir(self.path(folder))
+        os.symlink("../model.bin", self.path("same/a.0.npy"))
+        os.symlink("../a.png", self.path("linked/a.0.npy"))
+        os.link(self.path("model.bin"), self.path("hard/a.0.npy"))
         marks = ",".join(map(str, FACE))
         run = ["run", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB", "a.png", "a.face.png"]
 
@@ -342,6 +363,10 @@ class ToolTest(unittest.TestCase):
                               (["align", "a.png", "--landmarks", marks, "-o", "x.jpg"], "x.jpg"),
                               (["pack", "model.onnx", "-o", "model.onnx"], "model.onnx"),
                               ([*run, "--json", "model.bin"], "model.bin"),
+                              ([*run, "--npy", "same"], "same/a.0.npy"),
+                              ([*run, "--npy", "linked"], "linked/a.0.npy"),
+                              ([*run, "--npy", "hard"], "hard/a.0.npy"),
+                              ([*run, "--npy", "own", "--json", "own/a.0.npy"], "own/a.0.npy"),
                               ([*run, "--output", "."], "./a.face.png")]:
             self.corvane(*command, status=1, says=name + ": ")
         # The system takes 100 bytes of a file and no more.

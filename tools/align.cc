@@ -11,7 +11,7 @@
 namespace corvane_tool {
 
 int Align(const AlignOptions& options) {
-  CheckIsNoInput(options.output, {options.image});
+  FileNames({options.image}).AddOutput(options.output);
   const std::string end = std::filesystem::path(options.output).extension().string();
   if (end == ".jpg" || end == ".jpeg") throw Failure(options.output + ": PNG is what is written");
   const Landmarks landmarks = ParseLandmarks("--landmarks", options.landmarks);

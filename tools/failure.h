@@ -5,8 +5,8 @@
 
 namespace corvane_tool {
 
-// The message that the user gets before the program ends with status 1. The message names the file or the
-// setting that is wrong.
+// The message that the user gets before the program ends with status 1. The message names the file
+// or the setting that is wrong.
 class Failure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

@@ -1,7 +1,10 @@
 #include "tools/files.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -27,13 +30,49 @@ constexpr std::size_t kMaxFileBytes = std::size_t{1} << 32;
   throw Failure(path + ": " + what);
 }
 
-// 0, or an error number.
-int WriteTo(const std::string& path, const void* bytes, std::size_t count) {
-  std::FILE* const file = std::fopen(path.c_str(), "wb");
+// Writes to an open file, or to none where that failed, and closes it. Returns 0 or an errno value.
+int WriteTo(std::FILE* file, const void* bytes, std::size_t count) {
   if (file == nullptr) return errno;
   int error = std::fwrite(bytes, 1, count, file) == count ? 0 : errno;
   if (std::fclose(file) != 0 && error == 0) error = errno;
   return error;
+}
+
+// Writes a new file beside the target, readable by its owner alone until it is whole, and puts it
+// in the target's place with the owner and mode of the old file, if there is one. Returns 0 or an
+// errno value.
+int ReplaceFile(const std::string& target, const void* bytes, std::size_t count) {
+  std::string part = target + ".XXXXXX";
+  const int descriptor = mkostemp(&part[0], O_CLOEXEC);
+  if (descriptor < 0) return errno;
+  struct stat old = {};
+  mode_t mode = 0;
+  if (stat(target.c_str(), &old) == 0) {
+    mode = old.st_mode & 0777;
+    // Only root may give a file away; without that right the file stays the user's own.
+    if (fchown(descriptor, old.st_uid, old.st_gid) != 0) errno = 0;
+  } else {
+    const mode_t mask = umask(0);
+    umask(mask);
+    mode = 0666 & ~mask;
+  }
+  int error = fchmod(descriptor, mode) == 0 ? 0 : errno;
+  const int write_error = WriteTo(fdopen(descriptor, "wb"), bytes, count);
+  if (error == 0) error = write_error;
+  if (error == 0 && std::rename(part.c_str(), target.c_str()) != 0) error = errno;
+  if (error != 0) std::remove(part.c_str());
+  return error;
+}
+
+bool IsSameFile(const std::string& a, const std::string& b) {
+  std::error_code ignored;
+  return fs::equivalent(a, b, ignored) ||
+         fs::weakly_canonical(a, ignored) == fs::weakly_canonical(b, ignored);
+}
+
+bool IsAmong(const std::vector<std::string>& paths, const std::string& path) {
+  return std::any_of(paths.begin(), paths.end(),
+                     [&](const std::string& other) { return IsSameFile(other, path); });
 }
 
 }  // namespace
@@ -61,30 +100,32 @@ void WriteFile(const std::string& path, const void* bytes, std::size_t count) {
   const fs::file_status old = fs::status(path, ignored);
   int error = 0;
   if (fs::exists(old) && !fs::is_regular_file(old)) {  // a device or a pipe: nothing to lose
-    error = WriteTo(path, bytes, count);
+    error = WriteTo(std::fopen(path.c_str(), "wbe"), bytes, count);
   } else if (fs::exists(old) && access(path.c_str(), W_OK) != 0) {
     error = errno;
   } else {
     // Links stay; what they lead to is replaced.
     const bool is_link = fs::is_symlink(fs::symlink_status(path, ignored));
-    const fs::path target = is_link ? fs::weakly_canonical(path, ignored) : fs::path(path);
-    const std::string part = target.string() + "." + std::to_string(getpid()) + ".part";
-    error = WriteTo(part, bytes, count);
-    if (error == 0 && fs::exists(old)) fs::permissions(part, old.permissions(), ignored);
-    if (error == 0 && std::rename(part.c_str(), target.c_str()) != 0) error = errno;
-    if (error != 0) std::remove(part.c_str());
+    error =
+        ReplaceFile(is_link ? fs::weakly_canonical(path, ignored).string() : path, bytes, count);
   }
   if (error != 0) Fail(path, std::strerror(error));
 }
 
-void CheckIsNoInput(const std::string& output, const std::vector<std::string>& inputs) {
-  std::error_code ignored;
-  const fs::path target = fs::weakly_canonical(output, ignored);
+FileNames::FileNames(const std::vector<std::string>& inputs) {
   for (const std::string& input : inputs) {
-    if (!input.empty() && target == fs::weakly_canonical(input, ignored)) {
-      Fail(output, "is an input as well and would be lost; name another output");
-    }
+    if (!input.empty()) inputs_.push_back(input);
   }
+}
+
+void FileNames::AddOutput(const std::string& output) {
+  if (IsAmong(inputs_, output)) {
+    Fail(output, "is an input as well and would be lost; name another output");
+  }
+  if (IsAmong(outputs_, output)) {
+    Fail(output, "would be written twice; name another output");
+  }
+  outputs_.push_back(output);
 }
 
 void MakeFolder(const std::string& path) {

@@ -14,8 +14,18 @@ std::vector<uint8_t> ReadFile(const std::string& path);
 // Replaces the file when all of it has been written: a failure leaves the old one.
 void WriteFile(const std::string& path, const void* bytes, std::size_t count);
 
-// Fails if the output is one of the inputs, also by another path. Inputs may be empty.
-void CheckIsNoInput(const std::string& output, const std::vector<std::string>& inputs);
+// The files that a command reads and writes, so that no output replaces one of them.
+class FileNames {
+ public:
+  // Empty names are left out.
+  explicit FileNames(const std::vector<std::string>& inputs);
+  // Fails if the output is one of the inputs or an earlier output, also by another path or a link.
+  void AddOutput(const std::string& output);
+
+ private:
+  std::vector<std::string> inputs_;
+  std::vector<std::string> outputs_;
+};
 
 // Makes the folder and those above it, where they are missing.
 void MakeFolder(const std::string& path);

@@ -83,9 +83,20 @@ void OnJpegMessage(j_common_ptr info, int level) {
   }
 }
 
+// Each scan costs a pass over the whole picture, however few bytes it has. Real pictures have some
+// ten.
+void LimitScans(j_common_ptr info) {
+  constexpr int kMaxScans = 100;
+  if (reinterpret_cast<j_decompress_ptr>(info)->input_scan_number <= kMaxScans) return;
+  auto* errors = reinterpret_cast<JpegErrors*>(info->err);
+  std::snprintf(errors->message, sizeof(errors->message), "it has more than %d scans", kMaxScans);
+  std::longjmp(errors->leave, 1);  // NOLINT(cert-err52-cpp): the C library's only way out
+}
+
 struct JpegDecoder {
   jpeg_decompress_struct info = {};
   JpegErrors errors = {};
+  jpeg_progress_mgr progress = {};
   JpegDecoder() {
     info.err = jpeg_std_error(&errors.base);
     errors.base.error_exit = OnJpegError;
@@ -97,11 +108,13 @@ struct JpegDecoder {
 };
 
 // Up to the picture's size. No object with a destructor lives between a setjmp and the library
-// calls behind it, here and below.
+// calls after it, here and below.
 bool StartJpeg(const std::vector<uint8_t>& bytes, JpegDecoder* decoder) {
   // NOLINTNEXTLINE(cert-err52-cpp)
   if (setjmp(decoder->errors.leave) != 0) return false;
   jpeg_create_decompress(&decoder->info);
+  decoder->progress.progress_monitor = LimitScans;
+  decoder->info.progress = &decoder->progress;
   jpeg_mem_src(&decoder->info, bytes.data(), static_cast<unsigned long>(bytes.size()));
   jpeg_save_markers(&decoder->info, JPEG_APP0 + 1, 0xFFFF);  // EXIF
   jpeg_read_header(&decoder->info, TRUE);
@@ -110,7 +123,7 @@ bool StartJpeg(const std::vector<uint8_t>& bytes, JpegDecoder* decoder) {
   return true;
 }
 
-// EXIF's orientation, 1 to 8; 1 where there is none.
+// EXIF's orientation, 1 to 8; 1 where it is missing.
 unsigned Orientation(const jpeg_decompress_struct& info) {
   constexpr char kExif[] = "Exif\0";  // and one more zero
   constexpr unsigned kOrientationTag = 0x0112;

@@ -75,7 +75,7 @@ std::map<std::string, std::string> Properties(const PackOptions& options) {
 
 int Pack(const PackOptions& options) {
   const std::map<std::string, std::string> properties = Properties(options);
-  CheckIsNoInput(options.output, {options.model});
+  FileNames({options.model}).AddOutput(options.output);
   std::vector<uint8_t> model = ReadFile(options.model);
   if (options.raw) {
     if (!properties.empty()) {

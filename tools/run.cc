@@ -198,15 +198,21 @@ int Run(const RunOptions& options) {
   if (has_folder || !npy.empty()) CheckNames(options.images);
   std::vector<std::string> inputs = options.images;
   inputs.insert(inputs.end(), {settings.model, options.config});
-  if (!json.empty()) CheckIsNoInput(json, inputs);
+  FileNames files(inputs);
+  if (!json.empty()) files.AddOutput(json);
   for (const std::string& image : options.images) {
-    if (has_folder) CheckIsNoInput(FacePath(settings.output_folder, image), inputs);
+    if (has_folder) files.AddOutput(FacePath(settings.output_folder, image));
   }
   if (has_folder) MakeFolder(settings.output_folder);
   if (!npy.empty()) MakeFolder(npy);
 
   ModelInput input;
   const std::unique_ptr<Backend> backend = Load(settings, &input);
+  for (const std::string& image : options.images) {
+    for (std::size_t i = 0; !npy.empty() && i < WatchedRuntime().outputs.size(); ++i) {
+      files.AddOutput(NpyPath(npy, image, i));
+    }
+  }
 
   std::vector<ImageResult> results;
   std::size_t failed = 0;
