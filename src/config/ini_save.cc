@@ -255,18 +255,15 @@ IniSaveResult Replace(const std::string& path, const struct stat& directory, Tar
     if (!has_permissions) {
       if (!file->SetPermissions(wanted)) return INI_SAVE_ERR_PERMISSIONS;
       if (!file->Sync()) return INI_SAVE_ERR_SYNC;
-      has_permissions = true;
     }
     const IniSaveResult found = FindTarget(path, target);
     if (found != INI_SAVE_OK) return found;
     struct stat found_directory = {};
     if (StatOf(target->directory.get(), &found_directory) != 0) return INI_SAVE_ERR_DIRECTORY;
     if (!IsSameFile(found_directory, directory)) break;
-    if (target->exists && !HasSamePermissions(target->status, wanted)) {
-      wanted = target->status;
-      has_permissions = false;
-      continue;
-    }
+    has_permissions = !target->exists || HasSamePermissions(target->status, wanted);
+    wanted = target->status;
+    if (!has_permissions) continue;
     return file->RenameTo(target->name) ? INI_SAVE_OK : INI_SAVE_ERR_RENAME;
   }
   errno = EAGAIN;
