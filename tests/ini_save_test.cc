@@ -598,6 +598,9 @@ TEST(IniSave, RefusesTextThatWouldNotLoadBack) {
   document.SetRightComment("", "", "note");
   EXPECT_EQ(SaveIniFile(document, folder.file), INI_SAVE_ERR_TEXT) << "no header to carry it";
   document.SetRightComment("", "", "");
+  document.SetComment("", "", "# top");
+  EXPECT_EQ(SaveIniFile(document, folder.file), INI_SAVE_ERR_TEXT) << "would be its item's";
+  document.SetComment("", "", "");
   document.SetCommentDelimiter("v");
   EXPECT_EQ(SaveIniFile(document, folder.file), INI_SAVE_ERR_TEXT);
   document.SetCommentDelimiter("");
