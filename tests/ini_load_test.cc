@@ -100,6 +100,20 @@ TEST(IniLoad, SeesDuplicatesAmongManySections) {
   }
   file.Write(text + "[ ]");
   EXPECT_EQ(IniFile().Load(file.path), INI_ERR_DUPLICATE_SECTION);
+
+  // The first duplicate, wherever it comes.
+  std::string few;
+  for (int i = 0; i < 40; ++i) {
+    few += "[s" + std::to_string(i) + "]\n";
+    file.Write(few + "[s0]");
+    EXPECT_EQ(IniFile().Load(file.path), INI_ERR_DUPLICATE_SECTION) << i;
+  }
+  // Different names with the same hash (in GCC's library).
+  const std::string one = "cz1o79bbso24zvzn", other = "coakkirr{?GX^FtO";
+  file.Write(text + "[" + one + "]\n[" + other + "]\n");
+  EXPECT_EQ(IniFile().Load(file.path), INI_OK);
+  file.Write(text + "[" + one + "]\n[" + other + "]\n[" + one + "]\n");
+  EXPECT_EQ(IniFile().Load(file.path), INI_ERR_DUPLICATE_SECTION);
 }
 
 TEST(IniLoad, FilesThatAreNoPlainFiles) {

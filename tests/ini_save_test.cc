@@ -476,6 +476,23 @@ TEST(IniSave, NamesEveryFailure) {
     EXPECT_EQ(OpenDescriptors(), descriptors);
   }
 
+  // The temporary file's name, and its mode beside an old file.
+  folder.Reset();
+  const auto check_temporary = [&] {
+    int found = 0;
+    DIR* const directory = opendir(folder.path.c_str());
+    while (const dirent* entry = readdir(directory)) {
+      const std::string name = entry->d_name;
+      if (name.rfind(".ini_save.", 0) != 0) continue;
+      ++found;
+      EXPECT_EQ(name.size(), 26u) << name;
+      EXPECT_EQ(name.find_first_not_of("0123456789abcdef", 10), std::string::npos) << name;
+      EXPECT_EQ(ModeOf(folder.At(name)), 0600u);
+    }
+    closedir(directory);
+    EXPECT_EQ(found, 1);
+  };
+  EXPECT_EQ(SaveBy(Before("write", 1, check_temporary), document, folder.file), INI_SAVE_OK);
   // Another file has the temporary name already; a new file is synced, too.
   folder.Reset();
   EXPECT_EQ(SaveBy(FailAt("openat", 3, EEXIST), document, folder.file), INI_SAVE_OK);
