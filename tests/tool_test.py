@@ -180,6 +180,12 @@ class ToolTest(unittest.TestCase):
         self.write("junk.bin", PREFIX + b"junk")
         self.corvane("info", "short.bin", status=1, says="short.bin: ")
         self.corvane("info", "junk.bin", status=1, says="junk.bin: rknn_init: RKNN_ERR_MODEL_INVALID (-6)")
+        self.write("raw.onnx", ONNX)
+        self.corvane("info", "raw.onnx", status=1,
+                     says=["raw.onnx: rknn_init: RKNN_ERR_MODEL_INVALID (-6)", "pack it first"])
+        self.picture()
+        self.corvane("run", "--model", "raw.onnx", "--kind", "float32", "--pixel-type", "RGB", "picture.png",
+                     status=1, says=["raw.onnx: not loaded", "pack it first"])
 
     # ------------------------------------------------------------------------------------------- run
 

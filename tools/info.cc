@@ -31,7 +31,9 @@ class Context {
 
  private:
   void Check(const std::string& call, int code) const {
-    if (code != RKNN_SUCC) throw Failure(path_ + ": " + call + ": " + CodeName(code));
+    if (code == RKNN_SUCC) return;
+    throw Failure(path_ + ": " + call + ": " + CodeName(code) +
+                  (code == RKNN_ERR_MODEL_INVALID ? PackingHint(path_) : ""));
   }
 
   std::string path_;

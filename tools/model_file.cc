@@ -25,6 +25,12 @@ ModelFile ReadModelFile(const std::string& path) {
   return file;
 }
 
+std::string PackingHint(const std::string& path) {
+  if (ReadModelFile(path).prefix == kPrefix) return "";
+  return "; its first 13 bytes, which are skipped, are not what corvane pack writes: if it was "
+         "never packed, pack it first";
+}
+
 void WriteModelFile(const std::string& path, const std::vector<uint8_t>& model) {
   std::vector<uint8_t> bytes(kPrefix, kPrefix + kModelPrefixBytes);
   bytes.insert(bytes.end(), model.begin(), model.end());

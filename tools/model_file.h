@@ -1,4 +1,4 @@
-// Model files as the library reads them: 13 bytes that nobody looks at, then the model.
+// Model files as the library reads them: 13 bytes that are skipped unread, then the model.
 #ifndef CORVANE_TOOLS_MODEL_FILE_H_
 #define CORVANE_TOOLS_MODEL_FILE_H_
 
@@ -17,6 +17,9 @@ struct ModelFile {
 };
 
 ModelFile ReadModelFile(const std::string& path);
+// What to add to the message that the runtime refuses a model: a cure where the file does not begin
+// with the prefix that WriteModelFile writes, else nothing.
+std::string PackingHint(const std::string& path);
 void WriteModelFile(const std::string& path, const std::vector<uint8_t>& model);
 
 }  // namespace corvane_tool

@@ -45,8 +45,9 @@ std::unique_ptr<Backend> Load(const RunSettings& settings, ModelInput* input) {
       ReadModelFile(settings.model);  // says why it fails
       throw Failure(settings.model + ": not loaded: the file cannot be read");
     }
+    const bool is_invalid = runtime.failed_code == RKNN_ERR_MODEL_INVALID;
     throw Failure(settings.model + ": not loaded: " + runtime.failed_call + ": " +
-                  CodeName(runtime.failed_code));
+                  CodeName(runtime.failed_code) + (is_invalid ? PackingHint(settings.model) : ""));
   }
   const std::vector<rknn_tensor_attr>& inputs = WatchedRuntime().inputs;
   if (inputs.size() != 1) {
