@@ -31,8 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   static const corvane_fuzz::ScratchFile file;
   corvane_fuzz::ByteReader bytes(data, size);
   const auto given = bytes.Take<uint8_t>();
-  corvane_tool::RunOptions options;
-  options.images = {"folder/face.png"};
+  corvane_tool::SettingsOptions options;
   std::string* const texts[] = {&options.model,  &options.kind,     &options.pixel_type,
                                 &options.means,  &options.scales,   &options.resize,
                                 &options.output, &options.landmarks};
@@ -47,12 +46,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   }
   corvane_tool::RunSettings run;
   try {
-    run = corvane_tool::ReadSettings(options);
+    run = corvane_tool::ReadSettings(options, {"folder/face.png"});
   } catch (const corvane_tool::Failure& failure) {
     Require(*failure.what() != '\0', "a failure without a message");
     return 0;
   }
   Require(!run.model.empty(), "settings without a model");
+  Require(run.face != nullptr, "settings without a template");
   Require(!run.input_type_name.empty() && !run.pixel_type_name.empty(), "a kind without a name");
   RequireConstants(run.means, run);
   RequireConstants(run.scales, run);

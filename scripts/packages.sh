@@ -35,7 +35,7 @@ ensure_packages() {
 }
 
 packages_build=(g++ cmake ninja-build)
-packages_tool=(libcli11-dev libpng-dev libjpeg62-turbo-dev libopencv-dnn-dev)  # OpenCV runs ONNX models
+packages_tool=(libcli11-dev libpng-dev libjpeg62-turbo-dev nlohmann-json3-dev libopencv-dnn-dev)  # OpenCV runs ONNX
 packages_test=(libgtest-dev libgmock-dev pkg-config python3 "${packages_tool[@]}")
 packages_cross=(g++-aarch64-linux-gnu qemu-user googletest pkg-config git)
 packages_board=(g++-aarch64-linux-gnu)

@@ -6,7 +6,7 @@
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/image_io.h"
-#include "tools/settings.h"
+#include "tools/numbers.h"
 
 namespace corvane_tool {
 
@@ -15,9 +15,12 @@ int Align(const AlignOptions& options) {
   const std::string end = std::filesystem::path(options.output).extension().string();
   if (end == ".jpg" || end == ".jpeg") throw Failure(options.output + ": PNG is what is written");
   const Landmarks landmarks = ParseLandmarks("--landmarks", options.landmarks);
+  const FaceTemplate* const wanted =
+      FindFaceTemplate("--template", options.face.empty() ? "112" : options.face);
   const Image picture = ReadImage(options.image);
+  WarnOfLandmarks(options.image, picture, landmarks);
   double fit_error = 0;
-  const Image face = AlignedFace(options.image, picture, landmarks, &fit_error);
+  const Image face = AlignedFace(options.image, picture, landmarks, *wanted, &fit_error);
   WritePng(options.output, face);
   std::printf("%s: %d x %d, landmarks fit the template within %.2f pixels\n",
               options.output.c_str(), face.width, face.height, fit_error);

@@ -8,6 +8,11 @@
 
 namespace corvane_tool {
 
+// compare, explain, run --expect: the outputs are not the reference's.
+constexpr int kDiffers = 1;
+// compare and explain: Failure, so that it is not taken for a difference.
+constexpr int kCannotCompare = 2;
+
 // In all of these an empty string means that the option was not given.
 
 struct PackOptions {
@@ -26,21 +31,55 @@ struct InfoOptions {
 };
 int Info(const InfoOptions& options);
 
-struct RunOptions {
-  std::vector<std::string> images;
-  std::string config;
-  std::string model, kind, pixel_type, means, scales, resize, landmarks, output;
-  std::string json;
-  std::string npy;
-};
-int Run(const RunOptions& options);
-
 struct AlignOptions {
   std::string image;
   std::string landmarks;
+  std::string face;  // the template's name
   std::string output;
 };
 int Align(const AlignOptions& options);
+
+// Each overrides the settings file.
+struct SettingsOptions {
+  std::string config;
+  std::string model, kind, pixel_type, means, scales, resize, face, exif, landmarks, output;
+};
+
+struct ToleranceOptions {
+  std::string rtol, atol;
+};
+
+struct RunOptions {
+  std::vector<std::string> images;
+  SettingsOptions settings;
+  std::string json;
+  std::string npy;
+  std::string expect;
+  ToleranceOptions tolerance;
+  bool show = false;
+  bool quiet = false;
+};
+int Run(const RunOptions& options);
+
+struct CompareOptions {
+  std::string reference, test;
+  ToleranceOptions tolerance;
+  std::string json;  // "-": instead of the table
+};
+int Compare(const CompareOptions& options);
+
+struct ExplainOptions {
+  std::string image;
+  SettingsOptions settings;
+  std::string expect, expect_input;
+};
+int Explain(const ExplainOptions& options);
+
+struct KindsOptions {
+  std::vector<std::string> images;
+  SettingsOptions settings;
+};
+int Kinds(const KindsOptions& options);
 
 }  // namespace corvane_tool
 

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -64,17 +63,6 @@ int ReplaceFile(const std::string& target, const void* bytes, std::size_t count)
   return error;
 }
 
-bool IsSameFile(const std::string& a, const std::string& b) {
-  std::error_code ignored;
-  return fs::equivalent(a, b, ignored) ||
-         fs::weakly_canonical(a, ignored) == fs::weakly_canonical(b, ignored);
-}
-
-bool IsAmong(const std::vector<std::string>& paths, const std::string& path) {
-  return std::any_of(paths.begin(), paths.end(),
-                     [&](const std::string& other) { return IsSameFile(other, path); });
-}
-
 }  // namespace
 
 std::vector<uint8_t> ReadFile(const std::string& path) {
@@ -114,18 +102,43 @@ void WriteFile(const std::string& path, const void* bytes, std::size_t count) {
 
 FileNames::FileNames(const std::vector<std::string>& inputs) {
   for (const std::string& input : inputs) {
-    if (!input.empty()) inputs_.push_back(input);
+    if (!input.empty()) FindOrAdd(input, true);
   }
 }
 
+const bool* FileNames::FindOrAdd(const std::string& path, bool is_input) {
+  std::error_code ignored;
+  const auto spelling = spellings_.emplace(fs::weakly_canonical(path, ignored).string(), is_input);
+  if (!spelling.second) return &spelling.first->second;
+  struct stat file = {};
+  if (stat(path.c_str(), &file) != 0 || !S_ISREG(file.st_mode)) return nullptr;
+  const auto found =
+      files_.emplace(std::make_pair(uint64_t{file.st_dev}, uint64_t{file.st_ino}), is_input);
+  return found.second ? nullptr : &found.first->second;
+}
+
 void FileNames::AddOutput(const std::string& output) {
-  if (IsAmong(inputs_, output)) {
-    Fail(output, "is an input as well and would be lost; name another output");
+  const bool* const is_input = FindOrAdd(output, false);
+  if (is_input == nullptr) return;
+  Fail(output, *is_input ? "is an input as well and would be lost; name another output"
+                         : "would be written twice; name another output");
+}
+
+LineFile::LineFile(std::string path)
+    : path_(std::move(path)),
+      descriptor_(open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666)) {
+  if (descriptor_ < 0) Fail(path_, std::strerror(errno));
+}
+
+LineFile::~LineFile() { close(descriptor_); }
+
+void LineFile::Append(const std::string& line) {
+  const std::string text = line + '\n';
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t count = write(descriptor_, text.data() + done, text.size() - done);
+    if (count < 0 && errno != EINTR) Fail(path_, std::strerror(errno));
+    if (count > 0) done += static_cast<std::size_t>(count);
   }
-  if (IsAmong(outputs_, output)) {
-    Fail(output, "would be written twice; name another output");
-  }
-  outputs_.push_back(output);
 }
 
 void MakeFolder(const std::string& path) {

@@ -4,7 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace corvane_tool {
@@ -23,8 +25,28 @@ class FileNames {
   void AddOutput(const std::string& output);
 
  private:
-  std::vector<std::string> inputs_;
-  std::vector<std::string> outputs_;
+  // Null for a file that was not there yet, which is added; else whether it is an input.
+  const bool* FindOrAdd(const std::string& path, bool is_input);
+
+  std::map<std::string, bool> spellings_;  // whether it is an input, by the path without links
+  std::map<std::pair<uint64_t, uint64_t>, bool> files_;  // the same, by device and inode
+};
+
+// A file that grows line by line and that others may read meanwhile.
+class LineFile {
+ public:
+  // Replaces the file's content, if there is one. Throws Failure.
+  explicit LineFile(std::string path);
+  LineFile(const LineFile&) = delete;
+  LineFile& operator=(const LineFile&) = delete;
+  ~LineFile();
+
+  // The line is in the file when the call returns. Throws Failure.
+  void Append(const std::string& line);
+
+ private:
+  std::string path_;
+  int descriptor_;
 };
 
 // Makes the folder and those above it, where they are missing.

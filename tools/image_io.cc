@@ -11,6 +11,7 @@
 
 #include "tools/failure.h"
 #include "tools/files.h"
+#include "tools/orientation.h"
 
 namespace corvane_tool {
 
@@ -37,11 +38,28 @@ struct PngHandle {
   ~PngHandle() { png_image_free(&image); }
 };
 
+// libpng reads no further than the last row, so it does not miss the end of a file that was cut
+// off.
+bool HasPngEnd(const std::vector<uint8_t>& bytes) {
+  constexpr std::size_t kAroundData = 12;  // length, type and checksum of a chunk
+  std::size_t at = 8;
+  while (bytes.size() - at >= kAroundData) {
+    const uint8_t* const chunk = &bytes[at];
+    const std::size_t length = std::size_t{chunk[0]} << 24 | std::size_t{chunk[1]} << 16 |
+                               std::size_t{chunk[2]} << 8 | chunk[3];
+    if (std::memcmp(chunk + 4, "IEND", 4) == 0) return true;
+    if (length > bytes.size() - at - kAroundData) return false;
+    at += kAroundData + length;
+  }
+  return false;
+}
+
 Image DecodePng(const std::string& path, const std::vector<uint8_t>& bytes) {
   PngHandle png;
   if (png_image_begin_read_from_memory(&png.image, bytes.data(), bytes.size()) == 0) {
     throw Failure(path + ": bad PNG: " + png.image.message);
   }
+  if (!HasPngEnd(bytes)) throw Failure(path + ": bad PNG: its end (IEND) is missing");
   Image image;
   TakeSize(path, png.image.width, png.image.height, &image);
   png.image.format = PNG_FORMAT_RGB;
@@ -165,27 +183,28 @@ bool FinishJpeg(JpegDecoder* decoder, Image* image) {
   return true;
 }
 
-Image DecodeJpeg(const std::string& path, const std::vector<uint8_t>& bytes) {
+Image DecodeJpeg(const std::string& path, const std::vector<uint8_t>& bytes, bool applies_exif) {
   JpegDecoder decoder;
   Image image;
+  unsigned orientation = 1;
   bool done = StartJpeg(bytes, &decoder);
   if (done) {
     const J_COLOR_SPACE colours = decoder.info.jpeg_color_space;
     if (colours == JCS_CMYK || colours == JCS_YCCK) {
       throw Failure(path + ": a CMYK JPEG; gray and RGB ones can be read");
     }
-    const unsigned orientation = Orientation(decoder.info);
-    if (orientation != 1) {
+    orientation = Orientation(decoder.info);
+    if (orientation != 1 && !applies_exif) {
       std::fprintf(stderr,
-                   "corvane: %s: is stored turned (EXIF orientation %u) and read as it is stored: "
-                   "landmarks and model must suit that\n",
+                   "corvane: %s: is stored turned (EXIF orientation %u) and read as it is stored; "
+                   "exif = true turns it upright\n",
                    path.c_str(), orientation);
     }
     TakeSize(path, decoder.info.output_width, decoder.info.output_height, &image);
     done = FinishJpeg(&decoder, &image);
   }
   if (!done) throw Failure(path + ": bad JPEG: " + decoder.errors.message);
-  return image;
+  return orientation != 1 && applies_exif ? Upright(image, orientation) : image;
 }
 
 bool BeginsWith(const std::vector<uint8_t>& bytes, const char* magic, std::size_t count) {
@@ -194,10 +213,10 @@ bool BeginsWith(const std::vector<uint8_t>& bytes, const char* magic, std::size_
 
 }  // namespace
 
-Image ReadImage(const std::string& path) {
+Image ReadImage(const std::string& path, bool applies_exif) {
   const std::vector<uint8_t> bytes = ReadFile(path);
   if (BeginsWith(bytes, "\x89PNG\r\n\x1a\n", 8)) return DecodePng(path, bytes);
-  if (BeginsWith(bytes, "\xff\xd8\xff", 3)) return DecodeJpeg(path, bytes);
+  if (BeginsWith(bytes, "\xff\xd8\xff", 3)) return DecodeJpeg(path, bytes, applies_exif);
   throw Failure(path + ": neither a PNG nor a JPEG file");
 }
 

@@ -19,9 +19,10 @@ struct Image {
 constexpr int64_t kMaxPixels = int64_t{1} << 26;
 
 // Reads a PNG or JPEG file; its first bytes decide which, not its name. 16-bit and palette PNGs
-// come out as 8-bit colour, transparency over black, gray as R = G = B. A JPEG's orientation mark
-// is not applied. Throws Failure, which names the file, for anything that cannot be read whole.
-Image ReadImage(const std::string& path);
+// come out as 8-bit colour, transparency over black, gray as R = G = B. A JPEG that its EXIF data
+// calls turned is turned upright if applies_exif, else left as it is stored, with a line on
+// standard error. Throws Failure, which names the file, for anything that cannot be read whole.
+Image ReadImage(const std::string& path, bool applies_exif = false);
 
 void WritePng(const std::string& path, const Image& image);
 

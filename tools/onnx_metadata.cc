@@ -15,13 +15,17 @@ using rknn_sim::ProtobufReader;
 namespace entry_field = rknn_sim::entry_field;
 namespace model_field = rknn_sim::model_field;
 
-std::string KeyOf(std::string_view entry) {
-  std::string key;
+std::string FieldOf(std::string_view entry, uint64_t field_number) {
+  std::string text;
   ProtobufReader reader(entry);
   for (ProtobufField field; reader.Next(&field);) {
-    if (field.IsBytes(entry_field::kKey)) key = field.bytes;
+    if (field.IsBytes(field_number)) text = field.bytes;
   }
-  return key;
+  return text;
+}
+
+ProtobufReader ReaderOf(const std::vector<uint8_t>& onnx) {
+  return ProtobufReader({reinterpret_cast<const char*>(onnx.data()), onnx.size()});
 }
 
 void AppendVarint(uint64_t value, std::string* bytes) {
@@ -39,27 +43,46 @@ void AppendBytes(uint64_t field, const std::string& content, std::string* bytes)
 
 std::vector<uint8_t> WithMetadata(const std::string& path, const std::vector<uint8_t>& onnx,
                                   const std::map<std::string, std::string>& properties) {
-  std::string result;
-  bool has_version = false;
-  bool has_graph = false;
-  ProtobufReader reader({reinterpret_cast<const char*>(onnx.data()), onnx.size()});
-  for (ProtobufField field; reader.Next(&field);) {
-    has_version |= field.IsVarint(model_field::kIrVersion);
-    has_graph |= field.IsBytes(model_field::kGraph);
-    const bool is_replaced =
-        field.IsBytes(model_field::kMetadata) && properties.count(KeyOf(field.bytes)) != 0;
-    if (!is_replaced) result += field.whole;
-  }
-  if (!reader.is_valid() || !has_version || !has_graph) {
+  if (!IsOnnx(onnx)) {
     throw Failure(path + ": no ONNX model (for a model compiled for the board there is --raw)");
   }
+  std::string result;
+  ProtobufReader reader = ReaderOf(onnx);
+  for (ProtobufField field; reader.Next(&field);) {
+    const bool is_replaced = field.IsBytes(model_field::kMetadata) &&
+                             properties.count(FieldOf(field.bytes, entry_field::kKey)) != 0;
+    if (!is_replaced) result += field.whole;
+  }
   for (const auto& property : properties) {
+    if (property.second.empty()) continue;
     std::string entry;
     AppendBytes(entry_field::kKey, property.first, &entry);
     AppendBytes(entry_field::kValue, property.second, &entry);
     AppendBytes(model_field::kMetadata, entry, &result);
   }
   return {result.begin(), result.end()};
+}
+
+std::map<std::string, std::string> ReadMetadata(const std::vector<uint8_t>& onnx) {
+  std::map<std::string, std::string> properties;
+  if (!IsOnnx(onnx)) return properties;
+  ProtobufReader reader = ReaderOf(onnx);
+  for (ProtobufField field; reader.Next(&field);) {
+    if (!field.IsBytes(model_field::kMetadata)) continue;
+    properties[FieldOf(field.bytes, entry_field::kKey)] = FieldOf(field.bytes, entry_field::kValue);
+  }
+  return properties;
+}
+
+bool IsOnnx(const std::vector<uint8_t>& bytes) {
+  bool has_version = false;
+  bool has_graph = false;
+  ProtobufReader reader = ReaderOf(bytes);
+  for (ProtobufField field; reader.Next(&field);) {
+    has_version |= field.IsVarint(model_field::kIrVersion);
+    has_graph |= field.IsBytes(model_field::kGraph);
+  }
+  return reader.is_valid() && has_version && has_graph;
 }
 
 }  // namespace corvane_tool

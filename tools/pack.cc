@@ -7,8 +7,8 @@
 #include "tools/failure.h"
 #include "tools/files.h"
 #include "tools/model_file.h"
+#include "tools/numbers.h"
 #include "tools/onnx_metadata.h"
-#include "tools/settings.h"
 
 namespace corvane_tool {
 
@@ -19,22 +19,15 @@ bool IsTensorType(const std::string& name) {
   return rknn_sim::ParseTensorType(name, &type);
 }
 
-void CheckConstants(const std::string& name, const std::string& text) {
-  const std::size_t count = ParseNumbers(name, text).size();
-  if (count != 1 && count != 3) {
+// As numbers between commas, whatever way they were written.
+std::string Constants(const std::string& name, const std::string& text) {
+  const std::vector<float> numbers = ParseNumbers(name, text);
+  if (numbers.size() != 1 && numbers.size() != 3) {
     throw Failure(
-        name + ": " + std::to_string(count) +
+        name + ": " + std::to_string(numbers.size()) +
         " numbers; wanted one, or one for each channel of a gray (1) or colour (3) input");
   }
-}
-
-bool IsOnnx(const PackOptions& options, const std::vector<uint8_t>& model) {
-  try {
-    WithMetadata(options.model, model, {});
-    return true;
-  } catch (const Failure&) {
-    return false;
-  }
+  return NumbersText(numbers.data(), numbers.size());
 }
 
 std::map<std::string, std::string> Properties(const PackOptions& options) {
@@ -59,14 +52,11 @@ std::map<std::string, std::string> Properties(const PackOptions& options) {
     }
     properties["corvane.input.fl"] = std::to_string(fl);
   }
-  // Kept as written; parsed only to be refused here and not by the runtime.
   if (!options.mean.empty()) {
-    CheckConstants("--mean", options.mean);
-    properties["corvane.input.mean"] = options.mean;
+    properties["corvane.input.mean"] = Constants("--mean", options.mean);
   }
   if (!options.scale.empty()) {
-    CheckConstants("--scale", options.scale);
-    properties["corvane.input.scale"] = options.scale;
+    properties["corvane.input.scale"] = Constants("--scale", options.scale);
   }
   return properties;
 }
@@ -82,7 +72,7 @@ int Pack(const PackOptions& options) {
       throw Failure("--raw: a compiled model carries its own input type, fl, mean and scale");
     }
     if (model.empty()) throw Failure(options.model + ": empty");
-    if (IsOnnx(options, model)) {
+    if (IsOnnx(model)) {
       std::fprintf(stderr, "corvane: %s: looks like an ONNX model, which a board cannot run\n",
                    options.model.c_str());
     }

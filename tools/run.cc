@@ -1,254 +1,257 @@
-#include <unistd.h>
-
 #include <cstddef>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <set>
-#include <stdexcept>
+#include <system_error>
+#include <utility>
 
-#include "corvane/backend.h"
 #include "corvane/util.h"
 #include "tools/commands.h"
-#include "tools/face.h"
+#include "tools/comparison.h"
 #include "tools/failure.h"
 #include "tools/files.h"
-#include "tools/image_io.h"
-#include "tools/model_file.h"
+#include "tools/model_runner.h"
+#include "tools/npy.h"
+#include "tools/picture_list.h"
+#include "tools/preparation.h"
+#include "tools/progress.h"
 #include "tools/results.h"
-#include "tools/rknn_names.h"
-#include "tools/runtime_watch.h"
+#include "tools/run_summary.h"
 #include "tools/settings.h"
 
 namespace corvane_tool {
 
 namespace {
 
-using Backend = corvane::Backend_<float>;
+namespace fs = std::filesystem;
 
-// What the model wants, as far as its first input tells. 0: it does not.
-struct ModelInput {
-  int width = 0;
-  int height = 0;
-  int channels = 0;
-};
+constexpr int kSignalStatus = 128;  // plus the signal's number, as shells report it
 
-std::unique_ptr<Backend> Load(const RunSettings& settings, ModelInput* input) {
-  std::unique_ptr<Backend> backend;
-  WatchedRuntime() = RuntimeRecord();
-  try {
-    backend = corvane::InitBackend(settings.model, "", {}, settings.means, settings.scales,
-                                   settings.input_type);
-  } catch (const std::runtime_error&) {
-    const RuntimeRecord& runtime = WatchedRuntime();
-    if (runtime.failed_call == nullptr) {
-      ReadModelFile(settings.model);  // says why it fails
-      throw Failure(settings.model + ": not loaded: the file cannot be read");
-    }
-    const bool is_invalid = runtime.failed_code == RKNN_ERR_MODEL_INVALID;
-    throw Failure(settings.model + ": not loaded: " + runtime.failed_call + ": " +
-                  CodeName(runtime.failed_code) + (is_invalid ? PackingHint(settings.model) : ""));
-  }
-  const std::vector<rknn_tensor_attr>& inputs = WatchedRuntime().inputs;
-  if (inputs.size() != 1) {
-    throw Failure(settings.model + ": " + std::to_string(inputs.size()) +
-                  " inputs; only models with one can run");
-  }
-  const std::vector<uint32_t> shape = Shape(inputs[0]);
-  if (shape.size() == 4) {
-    const bool is_planar = inputs[0].fmt == RKNN_TENSOR_NCHW;
-    input->channels = static_cast<int>(is_planar ? shape[1] : shape[3]);
-    input->height = static_cast<int>(is_planar ? shape[2] : shape[1]);
-    input->width = static_cast<int>(is_planar ? shape[3] : shape[2]);
-    if (input->channels != settings.channels()) {
-      throw Failure(settings.model + ": takes " + std::to_string(input->channels) +
-                    " channel(s), but pixel type " + settings.pixel_type_name + " has " +
-                    std::to_string(settings.channels()));
-    }
-  }
-  return backend;
-}
-
-// The picture as the model is to get it.
-Image Prepared(const std::string& path, const RunSettings& settings, const ModelInput& input,
-               ImageResult* result) {
-  Image picture = ReadImage(path);
-  result->width = picture.width;
-  result->height = picture.height;
-  const auto landmarks = settings.landmarks.find(std::filesystem::path(path).filename().string());
-  if (landmarks != settings.landmarks.end()) {
-    picture = AlignedFace(path, picture, landmarks->second, &result->fit_error);
-    result->is_aligned = true;
-  } else if (settings.resize && input.width > 0 && input.height > 0 &&
-             (picture.width != input.width || picture.height != input.height)) {
-    picture = Resized(picture, input.width, input.height);
-  }
-  if (input.width > 0 && (picture.width != input.width || picture.height != input.height)) {
-    throw Failure(path + ": " + (result->is_aligned ? "its aligned face has " : "") +
-                  std::to_string(picture.width) + " x " + std::to_string(picture.height) +
-                  " pixels, the model takes " + std::to_string(input.width) + " x " +
-                  std::to_string(input.height) +
-                  (result->is_aligned ? "" : "; landmarks or resize bring it to size"));
-  }
-  result->input_width = picture.width;
-  result->input_height = picture.height;
-  return picture;
-}
-
-// The bytes that Forward is to get: the R, G, B of the file in the order that the pixel type names.
-std::vector<uint8_t> InPixelOrder(const Image& image, corvane::PixelType type) {
-  std::vector<uint8_t> pixels = image.pixels;
-  if (type == corvane::PIXEL_BGR || type == corvane::PIXEL_BGR2RGB) {
-    for (std::size_t i = 0; i < pixels.size(); i += 3) std::swap(pixels[i], pixels[i + 2]);
-  } else if (type == corvane::PIXEL_GRAY) {
-    const std::size_t count = pixels.size() / 3;
-    for (std::size_t i = 0; i < count; ++i) {
-      const uint8_t* rgb = &pixels[3 * i];  // 0.299, 0.587, 0.114 in 65536ths
-      pixels[i] =
-          static_cast<uint8_t>((19595u * rgb[0] + 38470u * rgb[1] + 7471u * rgb[2] + 32768u) >> 16);
-    }
-    pixels.resize(count);
-  }
-  return pixels;
-}
-
-std::string FacePath(const std::string& folder, const std::string& image) {
-  return folder + "/" + std::filesystem::path(image).stem().string() + ".face.png";
-}
-
-void RunImage(const RunSettings& settings, const ModelInput& input, Backend* backend,
-              ImageResult* result) {
-  const Image image = Prepared(result->file, settings, input, result);
-  const std::vector<uint8_t> pixels = InPixelOrder(image, settings.pixel_type);
-  RuntimeRecord& runtime = WatchedRuntime();
-  runtime.failed_call = nullptr;
-  runtime.input_given = runtime.outputs_back = 0;
-
-  std::vector<corvane::OutputTensor> outputs;
-  const double start = corvane::get_current_time();
-  if (!corvane::TryForward(*backend, pixels.data(), settings.pixel_type, image.width, image.height,
-                           &outputs)) {
-    if (runtime.failed_call == nullptr)
-      throw Failure(result->file + ": the library did not run it");
-    throw Failure(result->file + ": " + runtime.failed_call + ": " + CodeName(runtime.failed_code));
-  }
-  result->prepare_ms = runtime.input_given - start;
-  result->run_ms = runtime.outputs_back - runtime.input_given;
-  for (std::size_t i = 0; i < outputs.size(); ++i) {
-    Tensor tensor;
-    tensor.name = TensorName(runtime.outputs.at(i));
-    tensor.shape = Shape(runtime.outputs.at(i));
-    tensor.values.assign(outputs[i].data, outputs[i].data + outputs[i].count);
-    result->outputs.push_back(std::move(tensor));
-  }
-  if (!settings.output_folder.empty() && result->is_aligned) {
-    WritePng(FacePath(settings.output_folder, result->file), image);
-  }
-}
-
-std::string NpyPath(const std::string& folder, const std::string& image, std::size_t output) {
-  return folder + "/" + std::filesystem::path(image).stem().string() + "." +
-         std::to_string(output) + ".npy";
-}
-
-// Files are named after the pictures, so two pictures of one name would overwrite each other.
-void CheckNames(const std::vector<std::string>& images) {
-  std::set<std::string> stems;
-  for (const std::string& image : images) {
-    if (!stems.insert(std::filesystem::path(image).stem().string()).second) {
-      throw Failure(image +
-                    ": another image has the same name, and both would be written to one file");
-    }
-  }
-}
-
-// A bar on standard error, only where a person looks at it.
-class Progress {
+// Every file that a run writes. Empty: not written.
+class Outputs {
  public:
-  explicit Progress(std::size_t total) : total_(total), shows_(total > 1 && isatty(2) == 1) {}
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-  ~Progress() { Clear(); }
-
-  void Show(std::size_t done) const {
-    if (!shows_) return;
-    constexpr std::size_t kWidth = 30;
-    const std::size_t filled = kWidth * done / total_;
-    std::fprintf(stderr, "\r[%s%s] %zu of %zu", std::string(filled, '#').c_str(),
-                 std::string(kWidth - filled, '.').c_str(), done, total_);
-    std::fflush(stderr);
+  Outputs(const RunOptions& options, const RunSettings& settings,
+          const std::vector<std::string>& pictures)
+      : folder_(settings.output_folder),
+        npy_(options.npy.empty() ? folder_ : options.npy),
+        json_(options.json.empty() && !folder_.empty() ? folder_ + "/results.json" : options.json),
+        shows_(options.show),
+        // Nothing is named after the pictures otherwise, so equal names do no harm.
+        names_(folder_.empty() && npy_.empty() && options.expect.empty() ? pictures
+                                                                         : ResultNames(pictures)) {
+    if (shows_ && folder_.empty()) throw Failure("--show: needs a folder; --output names one");
+    // A device or a pipe takes the final file only.
+    std::error_code ignored;
+    const fs::file_status json_status = fs::status(json_, ignored);
+    has_lines_ = !json_.empty() && (!fs::exists(json_status) || fs::is_regular_file(json_status));
   }
-  // Before anything else is written to the terminal.
-  void Clear() const {
-    if (shows_) std::fputs("\r\033[K", stderr);
+
+  std::string Json() const { return json_; }
+  std::string Lines() const {
+    if (!has_lines_) return "";
+    const bool is_json = fs::path(json_).extension() == ".json";
+    return json_ + (is_json ? "l" : ".jsonl");
+  }
+  std::string Npy(std::size_t picture, std::size_t output) const {
+    return npy_.empty() ? "" : npy_ + "/" + names_[picture] + "." + std::to_string(output) + ".npy";
+  }
+  std::string Face(std::size_t picture) const {
+    return folder_.empty() ? "" : folder_ + "/" + names_[picture] + ".face.png";
+  }
+  std::string Show(std::size_t picture) const {
+    return shows_ ? folder_ + "/" + names_[picture] + ".input.png" : "";
+  }
+  const std::string& Name(std::size_t picture) const { return names_[picture]; }
+
+  // Fails if one file would replace an input or another output.
+  void Check(const std::vector<std::string>& inputs, std::size_t output_count) const {
+    FileNames files(inputs);
+    const auto add = [&](const std::string& path) {
+      if (!path.empty()) files.AddOutput(path);
+    };
+    add(json_);
+    add(Lines());
+    for (std::size_t i = 0; i < names_.size(); ++i) {
+      add(Face(i));
+      add(Show(i));
+      for (std::size_t k = 0; k < output_count; ++k) add(Npy(i, k));
+    }
+  }
+
+  void MakeFolders() const {
+    for (const std::string& folder : {folder_, npy_}) {
+      if (folder.empty()) continue;
+      MakeFolder(folder);
+      std::string last;
+      for (const std::string& name : names_) {
+        const std::string below = (folder / fs::path(name).parent_path()).string();
+        if (below != last) MakeFolder(below);
+        last = below;
+      }
+    }
   }
 
  private:
-  std::size_t total_;
+  std::string folder_, npy_, json_;
   bool shows_;
+  bool has_lines_ = false;
+  std::vector<std::string> names_;
 };
+
+ImageResult RunImage(const RunSettings& settings, const Outputs& files, std::size_t picture,
+                     const std::string& path, ModelRunner* model) {
+  const PreparedPicture prepared = Prepare(path, settings, model->input());
+  if (!files.Show(picture).empty()) WritePng(files.Show(picture), Shown(prepared, settings));
+  Answer answer = model->Run(path, prepared.image);
+
+  ImageResult result;
+  result.file = path;
+  result.width = prepared.file_width;
+  result.height = prepared.file_height;
+  result.input_width = prepared.image.width;
+  result.input_height = prepared.image.height;
+  result.landmarks = prepared.landmarks;
+  result.fit_error = prepared.fit_error;
+  result.prepare_ms = answer.prepare_ms;
+  result.run_ms = answer.run_ms;
+  result.outputs = std::move(answer.outputs);
+  if (result.landmarks != nullptr && !files.Face(picture).empty()) {
+    WritePng(files.Face(picture), prepared.image);
+  }
+  for (std::size_t i = 0; i < result.outputs.size(); ++i) {
+    const std::string npy = files.Npy(picture, i);
+    if (!npy.empty()) WriteNpy(npy, result.outputs[i]);
+  }
+  return result;
+}
+
+bool WarnOfNotFinite(const ImageResult& result) {
+  bool is_finite = true;
+  for (std::size_t i = 0; i < result.outputs.size(); ++i) {
+    const NotFinite odd = CountNotFinite(result.outputs[i].values);
+    if (odd.nan + odd.infinite == 0) continue;
+    is_finite = false;
+    std::fprintf(stderr, "corvane: %s: output %zu holds %zu NaN and %zu infinite values of %zu\n",
+                 result.file.c_str(), i, odd.nan, odd.infinite, result.outputs[i].values.size());
+  }
+  return is_finite;
+}
+
+// The outputs of one run beside those of another.
+class Expectation {
+ public:
+  Expectation(const RunOptions& options, std::size_t pictures)
+      : path_(options.expect), tolerance_(ReadTolerance(options.tolerance)) {
+    if (path_.empty()) return;
+    reference_ = ReadTensorSet(path_);
+    is_single_ = reference_.size() == 1 && reference_.begin()->first.empty();
+    if (is_single_ && pictures != 1) {
+      throw Failure("--expect: one array for " + std::to_string(pictures) +
+                    " pictures; wanted a folder or a results file");
+    }
+  }
+
+  void Add(const std::string& name, const std::vector<Tensor>& outputs) {
+    if (path_.empty()) return;
+    if (is_single_) {
+      test_.emplace("", outputs.at(0));
+      return;
+    }
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+      test_.emplace(name + "." + std::to_string(i), outputs[i]);
+    }
+  }
+
+  // References of pictures that were not run do not count.
+  bool PrintAndJudge(const Outputs& files, std::size_t pictures) {
+    if (path_.empty()) return true;
+    TensorSet wanted;
+    for (const auto& reference : reference_) {
+      bool belongs = is_single_;
+      for (std::size_t i = 0; i < pictures && !belongs; ++i) {
+        const std::string stem = files.Name(i) + ".";
+        belongs = reference.first.compare(0, stem.size(), stem) == 0 &&
+                  reference.first.find_first_not_of("0123456789", stem.size()) == std::string::npos;
+      }
+      if (belongs) wanted.insert(reference);
+    }
+    return PrintDifferences(CompareSets(wanted, test_, tolerance_), tolerance_);
+  }
+
+ private:
+  std::string path_;
+  Tolerance tolerance_;
+  TensorSet reference_, test_;
+  bool is_single_ = false;
+};
+
+// A failure's text without the picture's name in front, so that equal reasons are counted together.
+std::string ReasonOf(const std::string& failure, const std::string& picture) {
+  const std::string start = picture + ": ";
+  return failure.compare(0, start.size(), start) == 0 ? failure.substr(start.size()) : failure;
+}
 
 }  // namespace
 
 int Run(const RunOptions& options) {
-  const RunSettings settings = ReadSettings(options);
-  const bool has_folder = !settings.output_folder.empty();
-  const std::string json =
-      options.json.empty() && has_folder ? settings.output_folder + "/results.json" : options.json;
-  const std::string npy = options.npy.empty() ? settings.output_folder : options.npy;
-  if (has_folder || !npy.empty()) CheckNames(options.images);
-  std::vector<std::string> inputs = options.images;
-  inputs.insert(inputs.end(), {settings.model, options.config});
-  FileNames files(inputs);
-  if (!json.empty()) files.AddOutput(json);
-  for (const std::string& image : options.images) {
-    if (has_folder) files.AddOutput(FacePath(settings.output_folder, image));
-  }
-  if (has_folder) MakeFolder(settings.output_folder);
-  if (!npy.empty()) MakeFolder(npy);
+  const std::vector<std::string> pictures = ExpandPictures(options.images);
+  const RunSettings settings = ReadSettings(options.settings, pictures);
+  const Outputs files(options, settings, pictures);
+  std::vector<std::string> inputs = pictures;
+  inputs.insert(inputs.end(), {settings.model, options.settings.config});
+  files.Check(inputs, 0);
+  Expectation expectation(options, pictures.size());
+  ModelRunner model(settings);
+  files.Check(inputs, model.output_count());
+  files.MakeFolders();
+  std::unique_ptr<LineFile> line_file;
+  if (!files.Lines().empty()) line_file = std::make_unique<LineFile>(files.Lines());
 
-  ModelInput input;
-  const std::unique_ptr<Backend> backend = Load(settings, &input);
-  for (const std::string& image : options.images) {
-    for (std::size_t i = 0; !npy.empty() && i < WatchedRuntime().outputs.size(); ++i) {
-      files.AddOutput(NpyPath(npy, image, i));
-    }
-  }
-
-  std::vector<ImageResult> results;
-  std::size_t failed = 0;
+  std::vector<std::string> lines;  // kept only for the final file
+  RunSummary summary;
+  std::size_t done = 0;
+  const Interruption interruption;
+  const double start = corvane::get_current_time();
   {
-    const Progress progress(options.images.size());
-    for (const std::string& image : options.images) {
-      progress.Show(results.size());
+    const Progress progress(pictures.size());
+    for (; done < pictures.size() && Interruption::signal() == 0; ++done) {
+      progress.Show(done);
       ImageResult result;
-      result.file = image;
       try {
-        RunImage(settings, input, backend.get(), &result);
-        for (std::size_t i = 0; !npy.empty() && i < result.outputs.size(); ++i) {
-          WriteNpy(NpyPath(npy, image, i), result.outputs[i]);
-        }
+        result = RunImage(settings, files, done, pictures[done], &model);
         progress.Clear();
-        PrintTable(result);
+        summary.AddSuccess(result.prepare_ms, result.run_ms, WarnOfNotFinite(result));
+        if (!options.quiet) PrintTable(result);
         std::fflush(stdout);
+        expectation.Add(files.Name(done), result.outputs);
       } catch (const Failure& failure) {
         // One bad picture does not cost the others.
         progress.Clear();
         std::fprintf(stderr, "corvane: %s\n", failure.what());
+        result.file = pictures[done];
         result.error = failure.what();
-        ++failed;
+        summary.AddFailure(ReasonOf(failure.what(), pictures[done]));
       }
-      // Kept whole only where the end needs it.
-      if (json.empty()) result.outputs.clear();
-      results.push_back(std::move(result));
+      if (files.Json().empty()) continue;
+      lines.push_back(ResultLine(result));
+      if (line_file != nullptr) line_file->Append(lines.back());
     }
   }
-  if (!json.empty()) WriteJson(json, settings, results);
-  if (failed > 0 && results.size() > 1) {
-    throw Failure(std::to_string(failed) + " of " + std::to_string(results.size()) +
+  summary.seconds = (corvane::get_current_time() - start) / 1000;
+  if (!files.Json().empty()) WriteResults(files.Json(), settings, lines, summary);
+  if (pictures.size() > 1 || options.quiet) PrintSummary(summary);
+  const bool is_expected = expectation.PrintAndJudge(files, done);
+  std::fflush(stdout);
+  if (done < pictures.size()) {
+    std::fprintf(stderr, "corvane: ended by a signal after %zu of %zu pictures\n", done,
+                 pictures.size());
+    return kSignalStatus + Interruption::signal();
+  }
+  if (summary.failed() > 0 && pictures.size() > 1) {
+    throw Failure(std::to_string(summary.failed()) + " of " + std::to_string(pictures.size()) +
                   " images failed");
   }
-  return failed == 0 ? 0 : 1;
+  return summary.failed() > 0 ? 1 : is_expected ? 0 : kDiffers;
 }
 
 }  // namespace corvane_tool

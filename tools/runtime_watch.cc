@@ -10,7 +10,7 @@
 namespace corvane_tool {
 
 RuntimeRecord& WatchedRuntime() {
-  static RuntimeRecord record;
+  static thread_local RuntimeRecord record;
   return record;
 }
 

@@ -28,7 +28,7 @@ struct RuntimeRecord {
   double outputs_back = 0;
 };
 
-// The one record, which the watched calls write. The tool calls the library from one thread only.
+// The calling thread's record, which its watched calls write.
 RuntimeRecord& WatchedRuntime();
 
 }  // namespace corvane_tool

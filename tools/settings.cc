@@ -1,16 +1,13 @@
 #include "tools/settings.h"
 
 #include <cerrno>
-#include <cmath>
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <set>
 #include <utility>
 
 #include "corvane/ini_file.h"
-#include "corvane/util.h"
 #include "tools/failure.h"
 
 namespace corvane_tool {
@@ -30,6 +27,14 @@ constexpr NamedValue kPixelTypes[] = {{"RGB", corvane::PIXEL_RGB},
                                       {"GRAY", corvane::PIXEL_GRAY},
                                       {"BGR2RGB", corvane::PIXEL_BGR2RGB},
                                       {"RGB2BGR", corvane::PIXEL_RGB2BGR}};
+constexpr NamedValue kResizeRules[] = {{"false", static_cast<int>(ResizeRule::kNone)},
+                                       {"0", static_cast<int>(ResizeRule::kNone)},
+                                       {"true", static_cast<int>(ResizeRule::kBilinear)},
+                                       {"1", static_cast<int>(ResizeRule::kBilinear)},
+                                       {"bilinear", static_cast<int>(ResizeRule::kBilinear)},
+                                       {"antialias", static_cast<int>(ResizeRule::kAntialias)},
+                                       {"nearest", static_cast<int>(ResizeRule::kNearest)},
+                                       {"letterbox", static_cast<int>(ResizeRule::kLetterbox)}};
 constexpr NamedValue kBooleans[] = {{"true", 1}, {"1", 1}, {"false", 0}, {"0", 0}};
 
 constexpr const char* kLandmarksSection = "landmarks";
@@ -39,7 +44,7 @@ const std::map<std::string, std::set<std::string>>& KnownKeys() {
   static const std::map<std::string, std::set<std::string>> keys = {
       {"", {}},
       {"model", {"file"}},
-      {"input", {"kind", "pixel_type", "means", "scales", "resize"}},
+      {"input", {"kind", "pixel_type", "means", "scales", "resize", "template", "exif"}},
       {"output", {"folder"}},
   };
   return keys;
@@ -53,13 +58,6 @@ int ParseName(const std::string& name, const std::string& text, const NamedValue
     known += (known.empty() ? "" : ", ") + std::string(row.name);
   }
   throw Failure(name + ": '" + text + "' is none of " + known);
-}
-
-std::string Trimmed(const std::string& text) {
-  const char* const spaces = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(spaces);
-  if (first == std::string::npos) return "";
-  return text.substr(first, text.find_last_not_of(spaces) - first + 1);
 }
 
 // The INI file of a run, checked as a whole when it is loaded.
@@ -190,44 +188,26 @@ std::vector<float> ParseConstants(const Setting& setting, const RunSettings& run
     throw Failure(setting.name +
                   ": not applied to uint8 input, which goes to the runtime as it is");
   }
-  if (values.size() != static_cast<std::size_t>(run.channels())) {
+  const auto channels = static_cast<std::size_t>(run.channels());
+  if (values.size() == 1) values.resize(channels, values[0]);
+  if (values.size() != channels) {
     throw Failure(setting.name + ": " + std::to_string(values.size()) + " values, but " +
-                  run.pixel_type_name + " has " + std::to_string(run.channels()) + " channel(s)");
+                  run.pixel_type_name + " has " + std::to_string(channels) +
+                  " channel(s); one value stands for all");
   }
   return values;
 }
 
 }  // namespace
 
-std::vector<float> ParseNumbers(const std::string& name, const std::string& text) {
-  std::vector<float> numbers;
-  // A comma at the end would add no field.
-  for (const std::string& field : corvane::SplitByChar(text + ",", ',')) {
-    const std::string number = Trimmed(field);
-    char* end = nullptr;
-    const float value = std::strtof(number.c_str(), &end);
-    if (number.empty() || end != number.c_str() + number.size() || !std::isfinite(value)) {
-      throw Failure(std::string(name).append(": '").append(number).append("' is not a number"));
-    }
-    numbers.push_back(value);
-  }
-  return numbers;
+const Landmarks* RunSettings::LandmarksOf(const std::string& image) const {
+  const auto by_path = landmarks.find(image);
+  if (by_path != landmarks.end()) return &by_path->second;
+  const auto by_name = landmarks.find(std::filesystem::path(image).filename().string());
+  return by_name == landmarks.end() ? nullptr : &by_name->second;
 }
 
-Landmarks ParseLandmarks(const std::string& name, const std::string& text) {
-  const std::vector<float> numbers = ParseNumbers(name, text);
-  Landmarks landmarks = {};
-  if (numbers.size() != landmarks.size()) {
-    throw Failure(
-        name + ": " + std::to_string(numbers.size()) +
-        " numbers; five points are ten numbers: x,y of left eye, right eye, nose tip, left "
-        "and right corner of the mouth");
-  }
-  for (std::size_t i = 0; i < landmarks.size(); ++i) landmarks[i] = numbers[i];
-  return landmarks;
-}
-
-RunSettings ReadSettings(const RunOptions& options) {
+RunSettings ReadSettings(const SettingsOptions& options, const std::vector<std::string>& images) {
   const ConfigFile config(options.config);
   RunSettings run;
 
@@ -252,18 +232,23 @@ RunSettings ReadSettings(const RunOptions& options) {
   run.scales = ParseConstants(Find(config, "--scales", options.scales, "input", "scales"), run);
 
   const Setting resize = Find(config, "--resize", options.resize, "input", "resize");
-  if (resize.is_given) run.resize = ParseName(resize.name, resize.text, kBooleans) != 0;
+  if (resize.is_given) {
+    run.resize = static_cast<ResizeRule>(ParseName(resize.name, resize.text, kResizeRules));
+  }
+  const Setting face = Find(config, "--template", options.face, "input", "template");
+  run.face = FindFaceTemplate(face.name, face.is_given ? face.text : "112");
+  const Setting exif = Find(config, "--exif", options.exif, "input", "exif");
+  if (exif.is_given) run.applies_exif = ParseName(exif.name, exif.text, kBooleans) != 0;
 
   for (const auto& item : config.Items(kLandmarksSection)) {
     run.landmarks[item.first] =
         ParseLandmarks(config.NameOf(kLandmarksSection, item.first), item.second);
   }
   if (!options.landmarks.empty()) {
-    if (options.images.size() != 1) {
+    if (images.size() != 1) {
       throw Failure("--landmarks: for one image only; several have theirs in the settings file");
     }
-    run.landmarks[std::filesystem::path(options.images[0]).filename().string()] =
-        ParseLandmarks("--landmarks", options.landmarks);
+    run.landmarks[images[0]] = ParseLandmarks("--landmarks", options.landmarks);
   }
 
   const Setting output = Find(config, "--output", options.output, "output", "folder");

@@ -2,18 +2,17 @@
 #ifndef CORVANE_TOOLS_SETTINGS_H_
 #define CORVANE_TOOLS_SETTINGS_H_
 
-#include <array>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "corvane/backend.h"
 #include "tools/commands.h"
+#include "tools/face.h"
+#include "tools/numbers.h"
+#include "tools/resize.h"
 
 namespace corvane_tool {
-
-using Landmarks =
-    std::array<float, 10>;  // x, y of five points; the order is that of corvane/align.h
 
 struct RunSettings {
   std::string model;
@@ -21,21 +20,21 @@ struct RunSettings {
   corvane::PixelType pixel_type = corvane::PIXEL_RGB;
   std::string input_type_name, pixel_type_name;
   std::vector<float> means, scales;
-  bool resize = false;
-  std::map<std::string, Landmarks> landmarks;  // by the image's file name, without its folder
+  ResizeRule resize = ResizeRule::kNone;
+  const FaceTemplate* face = nullptr;  // never null once read
+  bool applies_exif = false;
+  std::map<std::string, Landmarks> landmarks;  // by the image's path or its file name alone
   std::string output_folder;                   // empty: none
 
   int channels() const { return pixel_type == corvane::PIXEL_GRAY ? 1 : 3; }
+  // Null where the settings have none for this image.
+  const Landmarks* LandmarksOf(const std::string& image) const;
 };
 
 // Throws Failure, which names the file and the setting, for a setting that is missing, unknown,
 // given twice, or wrong. Relative paths in the file are taken from the file's own folder.
-RunSettings ReadSettings(const RunOptions& options);
-
-// Numbers between commas, all finite; the library's own number getters would take "1x" for 1. name
-// says in messages where the text comes from.
-std::vector<float> ParseNumbers(const std::string& name, const std::string& text);
-Landmarks ParseLandmarks(const std::string& name, const std::string& text);
+// images: of the command line, in full.
+RunSettings ReadSettings(const SettingsOptions& options, const std::vector<std::string>& images);
 
 }  // namespace corvane_tool
 

@@ -1,43 +1,28 @@
 #!/usr/bin/env python3
-"""The command-line tool and the quick start from outside: tool_test.py CORVANE FACE_SIMILARITY
+"""pack, info, run, align and the quick start from outside.
 
-Runs it on models that are stated as text for the simulated runtime; those that echo their input show
-to the bit what the tool made of a picture.
+Models that echo their input show to the bit what the tool made of a picture.
 """
-import ast
 import base64
 import json
 import os
 import pty
-import random
+import signal
 import struct
 import subprocess
 import sys
-import tempfile
-import unittest
+import time
 import zlib
 
-CORVANE = FACE_SIMILARITY = ""
-EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "examples")
-PREFIX = b"CORVANE-MODEL"
+from tool_case import EXAMPLES, FACE, PREFIX, ToolCase, chunk, main, png, read_npy
+
 ONNX = b"\x08\x06" + b"\x12\x04make" + b"\x3a\x03\x12\x01g" + b"\x72\x08\x0a\x03own\x12\x01x"
-FACE = [38.2946, 51.6963, 73.5318, 51.5014, 56.0252, 71.7366, 41.5493, 92.3655, 70.7299, 92.2041]
 # 4 x 2 pixels of R, G, B = 200, 120, 40.
 JPEG = base64.b64decode(
     "/9j/4AAQSkZJRgABAQAAAQABAAD/2wBDAAIBAQEBAQIBAQECAgICAgQDAgICAgUEBAMEBgUGBgYFBgYGBwkIBgcJBwYGCAsICQoK"
     "CgoKBggLDAsKDAkKCgr/2wBDAQICAgICAgUDAwUKBwYHCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoKCgoK"
     "CgoKCgoKCgr/wAARCAACAAQDASIAAhEBAxEB/8QAFQABAQAAAAAAAAAAAAAAAAAAAAX/xAAUEAEAAAAAAAAAAAAAAAAAAAAA/8QA"
     "FAEBAAAAAAAAAAAAAAAAAAAACP/EABQRAQAAAAAAAAAAAAAAAAAAAAD/2gAMAwEAAhEDEQA/ALgAVl4//9k=")
-
-
-def chunk(kind, data):
-    return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
-
-
-def png(width, height, rgb, claimed=None):
-    rows = b"".join(b"\0" + bytes(rgb[3 * width * y:3 * width * (y + 1)]) for y in range(height))
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", *(claimed or (width, height)), 8, 2, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
 
 
 def jpeg_of_scans(count):
@@ -54,17 +39,6 @@ def jpeg_of_scans(count):
     return data + b"\xff\xd9"
 
 
-def npy(path):
-    with open(path, "rb") as file:
-        data = file.read()
-    assert data[:8] == b"\x93NUMPY\x01\x00"
-    length = struct.unpack("<H", data[8:10])[0]
-    assert (10 + length) % 64 == 0 and data[9 + length:10 + length] == b"\n"
-    header = ast.literal_eval(data[10:10 + length].decode())
-    assert header["descr"] == "<f4" and header["fortran_order"] is False
-    return header["shape"], list(struct.unpack("<%df" % (len(data[10 + length:]) // 4), data[10 + length:]))
-
-
 def fields(data):
     """The top-level fields of a protobuf message, lengths below 128."""
     at = 0
@@ -75,45 +49,7 @@ def fields(data):
         at = end
 
 
-class ToolTest(unittest.TestCase):
-    def setUp(self):
-        self.folder = tempfile.TemporaryDirectory()
-        self.addCleanup(self.folder.cleanup)
-        self.random = random.Random(1)
-
-    def path(self, name):
-        return os.path.join(self.folder.name, name)
-
-    def write(self, name, content):
-        with open(os.path.join(os.fsencode(self.folder.name), os.fsencode(name)), "wb") as file:
-            file.write(content.encode() if isinstance(content, str) else content)
-        return self.path(os.fsdecode(name))
-
-    def model(self, tensors, name="model.bin"):
-        return self.write(name, PREFIX + b"CORVANE-SIM\n" + tensors.encode())
-
-    def echo(self, shape="1x3x2x4", kind="float32", extra=""):
-        return self.model("input image %s %s %s\noutput echo float32 %s echo=0\n" % (kind, shape, extra, shape))
-
-    def picture(self, width=4, height=2, name="picture.png"):
-        rgb = [self.random.randrange(256) for _ in range(3 * width * height)]
-        self.write(name, png(width, height, rgb))
-        return rgb
-
-    def corvane(self, *arguments, status=0, says=()):
-        done = subprocess.run([CORVANE, *arguments], cwd=self.folder.name, stdin=subprocess.DEVNULL,
-                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=120, check=False)
-        out, err = done.stdout.decode(errors="replace"), done.stderr.decode(errors="replace")
-        self.assertEqual(done.returncode, status, (arguments, out, err))
-        for text in [says] if isinstance(says, str) else says:
-            self.assertIn(text, err if status else out, arguments)
-        return out, err
-
-    def values(self, *arguments):
-        self.corvane("run", *arguments, "--json", "result.json")
-        with open(self.path("result.json"), encoding="utf-8") as file:
-            return json.load(file)["images"][0]["outputs"][0]["values"]
-
+class RunTest(ToolCase):
     # ------------------------------------------------------------------------------------------ pack
 
     def test_pack_puts_the_properties_behind_the_model_and_replaces_earlier_ones(self):
@@ -212,6 +148,7 @@ class ToolTest(unittest.TestCase):
              scaled(red, 64, 0.5) + scaled(green, 0.5, 0.25) + scaled(blue, 16, 2)),
             ("uint8", "BGR", [], blue + green + red),
             ("float32", "GRAY", ["--means=100"], scaled(gray, 100, 1)),
+            ("float32", "RGB", ["--means=100", "--scales=1/8"], scaled(red + green + blue, 100, 0.125)),
         ]:
             with self.subTest(kind=kind, pixel_type=pixel_type):
                 self.echo("1x1x2x4" if pixel_type == "GRAY" else "1x3x2x4",
@@ -235,7 +172,7 @@ class ToolTest(unittest.TestCase):
         expected = [rgb[3 * ((y + 5) * 130 + x + 10) + c] - 1
                     for c in range(3) for y in range(112) for x in range(112)]
         self.assertEqual(result["outputs"][0]["values"], expected)
-        self.assertEqual(npy(self.path("results/new/picture.0.npy")), ((1, 3, 112, 112), expected))
+        self.assertEqual(read_npy(self.path("results/new/picture.0.npy")), ((1, 3, 112, 112), expected))
         self.assertLess(result["fit_error"], 1e-3)
         self.assertGreater(result["run_ms"], 0)
         self.assertGreaterEqual(result["prepare_ms"], 0)
@@ -264,8 +201,57 @@ class ToolTest(unittest.TestCase):
         # Every 2 x 2 block of one colour: halving gives these colours.
         blocks = [[self.random.randrange(256) for _ in range(3)] for _ in range(8)]
         self.write("double.png", png(8, 4, [v for y in range(4) for x in range(8) for v in blocks[y // 2 * 4 + x // 2]]))
-        self.assertEqual(self.values("double.png", *common, "--resize", "true"),
-                         [block[c] for c in range(3) for block in blocks])
+        for rule in "true", "bilinear", "antialias", "nearest", "letterbox":
+            halved = self.values("double.png", *common, "--resize", rule)
+            if rule == "nearest":
+                self.assertEqual(halved, [block[c] for c in range(3) for block in blocks])
+            elif rule != "antialias":  # a wider filter, which takes neighbours in
+                self.assertEqual(halved, [block[c] for c in range(3) for block in blocks], rule)
+
+    def test_resize_rules(self):
+        self.echo("1x1x1x4")
+        gray = [0, 40, 80, 120, 160, 200, 240, 250]
+        self.write("row.png", png(8, 1, [v for v in gray for _ in range(3)]))
+        self.write("one.png", png(1, 1, [90, 90, 90]))
+        self.write("tall.png", png(1, 2, [60, 60, 60] * 2))
+        run = ["--model", "model.bin", "--kind", "float32", "--pixel-type", "GRAY", "--resize"]
+        for picture, rule, expected in [
+            ("row.png", "bilinear", [20, 100, 180, 245]),
+            ("row.png", "nearest", [40, 120, 200, 250]),
+            # Weights of 1, 3, 3, 1 eighths; what is outside does not count.
+            ("row.png", "antialias", [29, 100, 180, 239]),
+            ("one.png", "bilinear", [90] * 4),  # no dark rim
+            ("one.png", "antialias", [90] * 4),
+            ("one.png", "letterbox", [0, 90, 0, 0]),
+            ("tall.png", "letterbox", [0, 60, 0, 0]),
+        ]:
+            self.assertEqual(self.values(picture, *run, rule), expected, (picture, rule))
+
+    def test_templates_exif_and_show(self):
+        rgb = self.picture(140, 120)
+        for name, width, height, shift in [("112", 112, 112, 0), ("96x112", 96, 112, 8), ("128", 128, 112, -8)]:
+            side = 128 if name == "128" else height
+            self.echo("1x3x%dx%d" % (side, width))
+            got = self.values("picture.png", "--model", "model.bin", "--kind", "float32", "--pixel-type", "BGR2RGB",
+                              "--template", name, "--output", "shown" + name, "--show", "--landmarks",
+                              ",".join(str(x + (10, 5)[i % 2]) for i, x in enumerate(FACE)))
+            at = 40 * width + 30
+            self.assertEqual([got[c * side * width + at] for c in range(3)],
+                             rgb[3 * (45 * 140 + 40 + shift):][:3], name)
+            self.assertTrue(os.path.exists(self.path("shown%s/picture.input.png" % name)))
+        # What is shown is what a second run takes for the model's input, but for the five crosses.
+        self.echo("1x3x128x128")
+        shown = self.values("shown128/picture.input.png", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB")
+        different = [i % (128 * 128) for i in range(len(got)) if got[i] != shown[i]]
+        self.assertEqual(len(set(different)), 5 * 9)
+        self.assertIn(round(FACE[1]) * 128 + round(FACE[0]) + 8, different)
+        # Row-wise 0 1 2 3 / 4 5 6 7, stored turned: orientation 6 is upright after 90 degrees clockwise.
+        self.echo("1x3x4x2")
+        exif = b"Exif\0\0II*\0\x08\0\0\0\x01\0\x12\x01\x03\0\x01\0\0\0%c\0\0\0"
+        for orientation, upright in [(5, True), (6, True), (7, True), (8, True), (3, False)]:
+            self.write("turned.jpg", JPEG[:2] + b"\xff\xe1" + struct.pack(">H", len(exif) + 1) + exif % orientation + JPEG[2:])
+            self.corvane("run", "turned.jpg", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB",
+                         "--exif", "true", status=0 if upright else 1, says=[] if upright else "the model takes 2 x 4")
 
     def test_run_refuses(self):
         self.echo()
@@ -279,6 +265,8 @@ class ToolTest(unittest.TestCase):
         def inputs(*lines):
             return ini(input=list(lines))
 
+        self.model("input a float32 4x3x2x4\noutput b float32 1\n", "batch.bin")
+        self.model("input a float32 1x2x4x3\noutput b float32 1\n", "last.bin")
         for text, says in [
             (ini(model=[]), "[model] file"),
             (ini(model=["file ="]), "[model] file"),
@@ -305,8 +293,14 @@ class ToolTest(unittest.TestCase):
             (ini(model=["file = missing.bin"]), "missing.bin: No such file"),
             (ini(model=["file = run.ini"]), "run.ini: not loaded: rknn_init: RKNN_ERR_MODEL_INVALID (-6)"),
             (inputs("kind = float32", "pixel_type = GRAY"), "GRAY"),
-            # The runtime's own refusal of a run, which the library tells only in a line.
-            (inputs("kind = float16", "pixel_type = RGB"), "picture.png: rknn_inputs_set: RKNN_ERR_"),
+            # What is known at load is said before the first picture, with the cure.
+            (inputs("kind = float16", "pixel_type = RGB"), "its input is float32; use kind float32, or corvane pack --type float16"),
+            (inputs("kind = int16", "pixel_type = RGB"), "corvane pack --type int16 --fl N"),
+            (ini(model=["file = batch.bin"]), "batch.bin: takes 4 pictures at once"),
+            (ini(model=["file = last.bin"]), "last.bin: takes 2 channel(s), but pixel type RGB has 3; 1 x 2 x 4 x 3 looks like NHWC"),
+            (inputs("kind = float32", "pixel_type = RGB", "scales = 1/0"), "[input] scales: '1/0'"),
+            (inputs("kind = float32", "pixel_type = RGB", "template = 113"), "[input] template: '113' is none of 112, 96x112"),
+            (inputs("kind = float32", "pixel_type = RGB", "exif = no"), "[input] exif: 'no'"),
         ]:
             self.write("run.ini", text)
             self.corvane("run", "-c", "run.ini", "picture.png", status=1, says=says)
@@ -316,7 +310,8 @@ class ToolTest(unittest.TestCase):
         self.corvane("run", "-c", "run.ini", "--model", "two.bin", "picture.png", status=1, says="two.bin: 2 inputs")
         self.corvane("run", "-c", "run.ini", "picture.png", "--json", "no/x.json", status=1, says="no/x.json")
         self.corvane("run", "-c", "run.ini", "picture.png", "--npy", "run.ini", status=1, says="run.ini")
-        self.corvane("run", "-c", "run.ini", "picture.png", "picture.png", "--npy", "x", status=1, says="same name")
+        self.corvane("run", "-c", "run.ini", "picture.png", "picture.png", "--npy", "x", status=1, says="picture.png: is given twice")
+        self.corvane("run", "-c", "run.ini", "picture.png", "--show", status=1, says="--show: needs a folder")
         self.corvane("run", "-c", "run.ini", "picture.png", "picture.png", "--landmarks", "1", status=1, says="--landmarks")
 
     def test_bad_and_hostile_pictures(self):
@@ -327,6 +322,7 @@ class ToolTest(unittest.TestCase):
             ("text.png", b"hello", "neither"),
             ("cut.png", whole[:-30], "bad PNG"),
             ("head.png", whole[:8], "bad PNG"),
+            ("endless.png", whole[:-12], "bad PNG"),
             ("crc.png", whole[:45] + bytes([whole[45] ^ 1]) + whole[46:], "bad PNG"),
             ("few.png", png(4, 1, [7] * 12, claimed=(4, 2)), "bad PNG"),
             ("wide.png", png(1, 1, [0] * 3, claimed=(900000, 900000)), "more than"),
@@ -376,7 +372,7 @@ class ToolTest(unittest.TestCase):
                               ([*run, "--output", "."], "./a.face.png")]:
             self.corvane(*command, status=1, says=name + ": ")
         # The system takes 100 bytes of a file and no more.
-        pack = [CORVANE, "pack", "--raw", "a.png", "-o", "model.bin"]
+        pack = [self.programs[0], "pack", "--raw", "a.png", "-o", "model.bin"]
         limited = ("import resource, subprocess; resource.setrlimit(resource.RLIMIT_FSIZE, (100, 100)); "
                    f"raise SystemExit(subprocess.call({pack!r}, restore_signals=False))")
         done = subprocess.run([sys.executable, "-c", limited], cwd=self.folder.name, stdout=subprocess.DEVNULL,
@@ -395,11 +391,13 @@ class ToolTest(unittest.TestCase):
         odd = b'a"b\\\xc3\xbc\xff\x01.png'
         self.write(odd, png(4, 2, [7] * 24))
         self.picture()
-        command = [CORVANE, "run", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB", "picture.png",
+        command = [self.programs[0], "run", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB", "picture.png",
                    "missing.png", odd, "--json", "all.json"]
         done = subprocess.run(command, cwd=self.folder.name, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
         self.assertEqual(done.returncode, 1)
         self.assertIn(b"1 of 3 images failed", done.stderr)
+        self.assertIn(b"3 pictures, 1 failed", done.stdout)
+        self.assertIn(b"failed 1: No such file", done.stdout)
         self.assertNotIn(b"\r", done.stderr)  # no progress bar where nobody looks
         with open(self.path("all.json"), encoding="utf-8") as file:
             images = json.load(file)["images"]
@@ -411,8 +409,64 @@ class ToolTest(unittest.TestCase):
             self.skipTest(f"the progress bar is not seen: {reason}")
         subprocess.run(command, cwd=self.folder.name, stdout=subprocess.DEVNULL, stderr=terminal, check=False)
         os.close(terminal)
-        self.assertIn(b"] 2 of 3", os.read(reader, 10000))
+        self.assertRegex(os.read(reader, 10000), rb"\] 2 of 3, 0:0\d left")
         os.close(reader)
+
+    def test_folders_lists_and_equal_names(self):
+        self.echo()
+        run = ["run", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB", "--quiet"]
+        os.makedirs(self.path("in/a/deep"))
+        os.makedirs(self.path("in/b"))
+        pictures = {name: self.picture(name="in/" + name) for name in ["a/x.png", "b/x.png", "a/deep/y.PNG", "b/x.jpg"]}
+        self.write("in/list.txt", "b/x.png\r\n\na\n")
+        self.write("in/notes.md", "no picture")
+        os.mkdir(self.path("empty"))
+
+        def files(folder):
+            return sorted(os.path.relpath(os.path.join(base, name), self.path(folder))
+                          for base, _, names in os.walk(self.path(folder)) for name in names if name.endswith(".npy"))
+
+        for arguments, standard_input, expected in [
+            (["in"], b"", ["a/deep/y.PNG.0.npy", "a/x.png.0.npy", "b/x.jpg.0.npy", "b/x.png.0.npy"]),
+            (["in/list.txt"], b"", ["a/deep/y.0.npy", "a/x.0.npy", "b/x.0.npy"]),
+            (["@in/list.txt"], b"", ["a/deep/y.0.npy", "a/x.0.npy", "b/x.0.npy"]),
+            (["-"], b"in/a/x.png\nin/a/deep", ["x.0.npy", "y.0.npy"]),
+        ]:
+            folder = "out%d" % len(os.listdir(self.folder.name))
+            done = subprocess.run([self.programs[0], *run, *arguments, "--npy", folder], cwd=self.folder.name,
+                                  input=standard_input, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+            self.assertEqual((done.returncode, files(folder)), (0, expected), done.stderr)
+            self.assertIn(b"%d pictures, 0 failed" % len(expected), done.stdout)
+            self.assertNotIn(b"first values", done.stdout)
+            for name in expected:
+                if len(expected) == 4:
+                    rgb = pictures[name[:-6]]
+                    self.assertEqual(read_npy(self.path(folder + "/" + name))[1], rgb[0::3] + rgb[1::3] + rgb[2::3])
+        for argument, says in [("empty", "empty: holds no .png"), ("@none", "none: the list cannot be read"), ("-", "no picture")]:
+            self.corvane(*run, argument, status=1, says=says)
+
+    def test_an_ended_run_keeps_what_it_did(self):
+        self.echo()
+        names = ["p%d.png" % i for i in range(200)]
+        for name in names:
+            self.picture(name=name)
+        slow = {**os.environ, "CORVANE_SIM_FAULTS": "rknn_run:*+20ms"}
+        tool = subprocess.Popen([self.programs[0], "run", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB",
+                                 *names, "--json", "results.json", "--quiet"], cwd=self.folder.name, env=slow,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        lines = self.path("results.jsonl")
+        while tool.poll() is None and (not os.path.exists(lines) or os.path.getsize(lines) == 0):
+            time.sleep(0.01)
+        tool.send_signal(signal.SIGINT)
+        out, err = tool.communicate(timeout=60)
+        self.assertEqual(tool.returncode, 130, err)
+        self.assertRegex(err, rb"ended by a signal after \d+ of 200 pictures")
+        with open(self.path("results.json"), encoding="utf-8") as file:
+            images = json.load(file)["images"]
+        with open(lines, encoding="utf-8") as file:
+            self.assertEqual([json.loads(line) for line in file], images)
+        self.assertTrue(0 < len(images) < 200)
+        self.assertIn(b"%d pictures, 0 failed" % len(images), out)
 
     def test_a_failing_runtime_is_no_success(self):
         self.echo()
@@ -421,7 +475,7 @@ class ToolTest(unittest.TestCase):
                                     ("rknn_outputs_get:1=-99", 1, b"rknn_outputs_get: unknown code (-99)"),
                                     ("rknn_query:2=-5", 1, b"not loaded: rknn_query: RKNN_ERR_PARAM_INVALID (-5)"),
                                     ("rknn_outputs_get:1=3", 0, b"")]:
-            done = subprocess.run([CORVANE, "run", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB",
+            done = subprocess.run([self.programs[0], "run", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB",
                                    "picture.png"], cwd=self.folder.name, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                   env={**os.environ, "CORVANE_SIM_FAULTS": fault}, check=False)
             self.assertEqual(done.returncode, status, fault)
@@ -437,7 +491,7 @@ class ToolTest(unittest.TestCase):
         self.assertEqual(self.corvane("--version")[0], "0.6.6.dev\n")
         self.corvane("run", "--help", says="[landmarks]")
         with open("/dev/full", "wb") as full:
-            self.assertEqual(subprocess.call([CORVANE, "--version"], stdout=full, stderr=subprocess.DEVNULL), 1)
+            self.assertEqual(subprocess.call([self.programs[0], "--version"], stdout=full, stderr=subprocess.DEVNULL), 1)
 
     def test_doubtful_landmarks_and_pictures_are_pointed_out(self):
         swapped = FACE[2:4] + FACE[0:2] + FACE[4:6] + FACE[8:10] + FACE[6:8]
@@ -468,7 +522,7 @@ class ToolTest(unittest.TestCase):
         self.corvane("pack", os.path.join(EXAMPLES, "descriptor.onnx"), "-o", "descriptor.bin")
         with open(os.path.join(EXAMPLES, "portrait.ini"), encoding="utf-8") as file:
             self.write("run.ini", file.read().replace("../build/quickstart/", ""))
-        info = subprocess.run([CORVANE, "info", "descriptor.bin"], cwd=self.folder.name, stdout=subprocess.DEVNULL,
+        info = subprocess.run([self.programs[0], "info", "descriptor.bin"], cwd=self.folder.name, stdout=subprocess.DEVNULL,
                               stderr=subprocess.PIPE, check=False)
         if b"simulator was built without" in info.stderr:
             self.skipTest("this simulated runtime does not execute ONNX models")
@@ -485,7 +539,7 @@ class ToolTest(unittest.TestCase):
             got = self.values(photo, "-c", "kind.ini", "--model", "kind.bin", "--kind", kind, "--pixel-type", "RGB",
                               *constants)
             self.assertLess(max(abs(x - y) for x, y in zip(got, expected)), 1e-3, kind)
-        done = subprocess.run([FACE_SIMILARITY, "run.ini", photo, "picture.png"], cwd=self.folder.name,
+        done = subprocess.run([self.programs[1], "run.ini", photo, "picture.png"], cwd=self.folder.name,
                               stdout=subprocess.PIPE, check=True)
         askew, aligned, other = [float(line.split()[0]) for line in done.stdout.decode().splitlines()[-3:]]
         self.assertGreater(aligned, 0.95)
@@ -496,5 +550,4 @@ class ToolTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    CORVANE, FACE_SIMILARITY = [os.path.abspath(sys.argv.pop(1)) for _ in range(2)]
-    unittest.main()
+    main()
