@@ -24,7 +24,7 @@
 #include "corvane/ini_file.h"
 #include "corvane/util.h"
 #include "examples/picture.h"
-#include "tools/image_io.h"
+#include "tools/pictures/image_io.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <array>
 #include <vector>
 
-#include "tools/image_io.h"
+#include "tools/pictures/image_io.h"
 
 namespace examples {
 

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "tools/command_line.h"
-#include "tools/failure.h"
 #include "tools/manual.h"
+#include "tools/support/failure.h"
 
 namespace {
 
@@ -57,14 +57,11 @@ int main(int argc, char** argv) {
   try {
     CommandLine line;
     bool is_done = false;
-    status = Parse(argc, argv, &line, &is_done);
-    if (!is_done) {
-      // Where 1 means a difference, a failure is 2.
-      const bool compares =
-          line.app.got_subcommand("compare") || line.app.got_subcommand("explain");
-      status = compares ? corvane_tool::kCannotCompare : kFailed;
-      status = Dispatch(line);
-    }
+    const int parsed = Parse(argc, argv, &line, &is_done);
+    // Where 1 means a difference, a failure is 2.
+    const bool compares = line.app.got_subcommand("compare") || line.app.got_subcommand("explain");
+    if (compares) status = corvane_tool::kCannotCompare;
+    status = is_done ? parsed : Dispatch(line);
   } catch (const corvane_tool::Failure& failure) {
     std::fprintf(stderr, "corvane: %s\n", failure.what());
   } catch (const std::bad_alloc&) {

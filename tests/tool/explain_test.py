@@ -232,6 +232,66 @@ class ExplainTest(ToolCase):
             self.make(rng, ())
             self.assertIn("nothing is wrong", self.explain(0))
 
+    def test_by_the_tensor_that_training_feeds(self):
+        width, height = 96, 64
+        pixels = [pixel for y in range(height) for pixel in self.pictures[0][y * WIDTH:y * WIDTH + width]]
+        self.write("photo.png", png(width, height, [v for pixel in pixels for v in pixel]))
+        means, scales = IMAGENET
+        self.write("wrong.ini", Settings("scene.bin", None, means, scales).ini())
+
+        def planes(picture, m=means, s=scales):
+            return [(pixel[c] - m[c]) * s[c] for c in range(3) for pixel in picture]
+
+        flat = [v for pixel in pixels for v in pixel]
+        bgr = [pixel[::-1] for pixel in pixels]
+        right = planes(pixels)
+        chw, hwc = (1, 3, height, width), (height, width, 3)
+        interleaved = [(v - means[i % 3]) * scales[i % 3] for i, v in enumerate(flat)]
+        brighter = planes([[pixel[0] - 9.0, pixel[1], pixel[2]] for pixel in bgr])
+        for name, shape, values, status, says, lines in [
+            ("right", chw, right, 0, "nothing is wrong", ""),
+            ("right, 3 dimensions", chw[1:], right, 0, "nothing is wrong", ""),
+            ("right, channels last", hwc, interleaved, 0, "nothing is wrong", ""),
+            ("bytes as they lie", chw, interleaved, 1, "fed as they lie (NHWC", "# export the model with channels first"),
+            ("twice", chw, [(v - means[i // 6144]) * scales[i // 6144] for i, v in enumerate(right)], 1, "normalised twice", "means = "),
+            ("not at all", chw, planes(pixels, [0] * 3, [1] * 3), 1, "not normalised at all", "means = 0,0,0\n  scales = 1,1,1"),
+            ("scaled before", chw, planes(pixels, [m / s for m, s in zip(means, scales)]), 1, "before the means are subtracted", ""),
+            ("mirrored", chw, planes([pixels[i // width * width + width - 1 - i % width] for i in range(len(pixels))]), 1,
+             "mirrored, left to right", "# turn or mirror the picture before"),
+            ("gray", chw, planes([gray(pixel) for pixel in pixels]), 1, "gray: 0.299 R", "# hand over a picture that is made gray"),
+            ("a pair", chw, planes(bgr, [0] * 3, [1 / 255] * 3), 1, "no means, scales 1/255", "pixel_type = BGR"),
+            ("constants of its own", chw, planes(bgr, [10, 20, 40], [0.5, 0.25, 0.125]), 1, "other means and scales", "means = 10,20,40\n  scales = 0.5,0.25,0.125"),
+            ("another brightness", chw, brighter, 1, "other means and scales", "pixel_type = BGR\n  means = 132.675,"),
+            ("another picture", chw, planes([pixels[(i * i) % 6143] for i in range(6144)]), 1, "nothing that was tried", ""),
+        ]:
+            with self.subTest(name):
+                write_npy(self.path("input.npy"), shape, values)
+                out, _ = self.corvane("explain", "-c", "wrong.ini", "photo.png", "--expect-input", "input.npy", status=status)
+                self.assertIn(says, out)
+                self.assertIn(lines, out)
+        write_npy(self.path("input.npy"), (3, width, height), right)
+        for arguments, says in [(["--expect-input", "input.npy"], "input.npy: is 3 x 96 x 64, the model's input 3 x 64 x 96"),
+                                (["--expect", "input.npy"], "input.npy: is 3 x 96 x 64, and no output"),
+                                (["--expect", "input.npy", "--expect-input", "input.npy"], "either --expect"), ([], "either --expect")]:
+            self.corvane("explain", "-c", "wrong.ini", "photo.png", *arguments, status=2, says=says)
+
+    def test_what_the_model_does_by_itself(self):
+        """The model's own normalisation beside that of the settings, and kinds that cannot hold the values."""
+        means, scales = IMAGENET
+        self.corvane("pack", "scene.onnx", "-o", "own.bin", "--mean", text(means), "--scale", text(scales))
+        self.corvane("pack", "scene.onnx", "-o", "fixed.bin", "--type", "int16", "--fl", "15")
+        plain = Settings("scene.bin", None, means, scales)
+        for wrong, says, lines in [
+            (Settings("own.bin", None, means, scales), "own normalisation is ", "means = 0,0,0\n  scales = 1,1,1"),
+            (Settings("own.bin", None, [0] * 3, [1] * 3).changed(pixel_type="BGR"), "channels", "pixel_type = RGB"),
+            (Settings("fixed.bin", None, means, scales).changed(kind="int16"), "rounded or wrapped by kind int16", "corvane kinds"),
+        ]:
+            self.reference(plain, self.pictures[1])
+            self.write("wrong.ini", wrong.ini())
+            out = self.explain(1)
+            self.assertIn(says, out)
+            self.assertIn(lines, out)
+
 
 if __name__ == "__main__":
     main()

@@ -1,0 +1,115 @@
+#include "tools/runtime/model_runner.h"
+
+#include <stdexcept>
+#include <utility>
+
+#include "corvane/util.h"
+#include "tools/runtime/model_file.h"
+#include "tools/runtime/rknn_names.h"
+#include "tools/runtime/runtime_watch.h"
+#include "tools/support/failure.h"
+
+namespace corvane_tool {
+
+namespace {
+
+[[noreturn]] void Refuse(const RunSettings& settings, const std::string& what) {
+  throw Failure(settings.model + ": " + what);
+}
+
+// The kinds that pass through the runtime unconverted must have the model's own type.
+void CheckKind(const RunSettings& settings, const rknn_tensor_attr& input) {
+  const bool is_half = settings.input_type == corvane::RKNN_INPUT_FLOAT16;
+  const bool is_fixed = settings.input_type == corvane::RKNN_INPUT_INT16;
+  if (!is_half && !is_fixed) return;
+  if (input.type == (is_half ? RKNN_TENSOR_FLOAT16 : RKNN_TENSOR_INT16)) return;
+  Refuse(settings, "kind " + settings.input_type_name +
+                       " goes into the model unchanged, but its input is " + TypeName(input.type) +
+                       "; use kind float32, or corvane pack --type " +
+                       (is_half ? "float16" : "int16 --fl N"));
+}
+
+ModelInput CheckInput(const RunSettings& settings, const rknn_tensor_attr& input) {
+  CheckKind(settings, input);
+  const std::vector<uint32_t> shape = Shape(input);
+  ModelInput wanted;
+  if (shape.size() != 4) return wanted;
+  if (shape[0] != 1) {
+    Refuse(settings, "takes " + std::to_string(shape[0]) +
+                         " pictures at once, the library gives it one; export it with batch 1");
+  }
+  const bool is_planar = input.fmt == RKNN_TENSOR_NCHW;
+  const uint32_t channels = is_planar ? shape[1] : shape[3];
+  if (channels != static_cast<uint32_t>(settings.channels())) {
+    const bool looks_swapped = is_planar && shape[3] == static_cast<uint32_t>(settings.channels());
+    Refuse(settings, "takes " + std::to_string(channels) + " channel(s), but pixel type " +
+                         settings.pixel_type_name + " has " + std::to_string(settings.channels()) +
+                         (looks_swapped ? "; " + ShapeText(shape) +
+                                              " looks like NHWC, the library gives NCHW: export it "
+                                              "with channels first"
+                                        : ""));
+  }
+  const bool passes_planes = settings.input_type == corvane::RKNN_INPUT_FLOAT16 ||
+                             settings.input_type == corvane::RKNN_INPUT_INT16;
+  if (!is_planar && passes_planes) {
+    Refuse(settings, "its input is NHWC, but kind " + settings.input_type_name +
+                         " goes into the model unchanged as NCHW; use kind float32");
+  }
+  wanted.height = static_cast<int>(is_planar ? shape[2] : shape[1]);
+  wanted.width = static_cast<int>(is_planar ? shape[3] : shape[2]);
+  return wanted;
+}
+
+}  // namespace
+
+ModelRunner::ModelRunner(const RunSettings& settings) : settings_(settings) {
+  WatchedRuntime() = RuntimeRecord();
+  try {
+    backend_ = corvane::InitBackend(settings.model, "", {}, settings.means, settings.scales,
+                                    settings.input_type);
+  } catch (const std::runtime_error&) {
+    const RuntimeRecord& runtime = WatchedRuntime();
+    if (runtime.failed_call == nullptr) {
+      ReadModelFile(settings.model);  // says why it fails
+      Refuse(settings, "not loaded: the file cannot be read");
+    }
+    const bool is_invalid = runtime.failed_code == RKNN_ERR_MODEL_INVALID;
+    Refuse(settings, std::string("not loaded: ") + runtime.failed_call + ": " +
+                         CodeName(runtime.failed_code) +
+                         (is_invalid ? PackingHint(settings.model) : ""));
+  }
+  const std::vector<rknn_tensor_attr>& inputs = WatchedRuntime().inputs;
+  if (inputs.size() != 1) {
+    Refuse(settings, std::to_string(inputs.size()) + " inputs; only models with one can run");
+  }
+  input_ = CheckInput(settings, inputs[0]);
+  output_count_ = WatchedRuntime().outputs.size();
+}
+
+Answer ModelRunner::Run(const std::string& path, const Image& image) {
+  const std::vector<uint8_t> pixels = InPixelOrder(image, settings_.pixel_type);
+  RuntimeRecord& runtime = WatchedRuntime();
+  runtime.failed_call = nullptr;
+  runtime.input_given = runtime.outputs_back = 0;
+
+  std::vector<corvane::OutputTensor> outputs;
+  const double start = corvane::get_current_time();
+  if (!corvane::TryForward(*backend_, pixels.data(), settings_.pixel_type, image.width,
+                           image.height, &outputs)) {
+    if (runtime.failed_call == nullptr) throw Failure(path + ": the library did not run it");
+    throw Failure(path + ": " + runtime.failed_call + ": " + CodeName(runtime.failed_code));
+  }
+  Answer answer;
+  answer.prepare_ms = runtime.input_given - start;
+  answer.run_ms = runtime.outputs_back - runtime.input_given;
+  for (std::size_t i = 0; i < outputs.size(); ++i) {
+    Tensor tensor;
+    tensor.name = TensorName(runtime.outputs.at(i));
+    tensor.shape = Shape(runtime.outputs.at(i));
+    tensor.values.assign(outputs[i].data, outputs[i].data + outputs[i].count);
+    answer.outputs.push_back(std::move(tensor));
+  }
+  return answer;
+}
+
+}  // namespace corvane_tool
