@@ -6,8 +6,8 @@
 
 #include "fuzz/byte_reader.h"
 #include "fuzz/scratch_file.h"
-#include "tools/support/failure.h"
 #include "tools/pictures/image_io.h"
+#include "tools/support/failure.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
   using corvane_fuzz::Require;

@@ -11,8 +11,8 @@
 
 #include "fuzz/byte_reader.h"
 #include "fuzz/scratch_file.h"
-#include "tools/support/failure.h"
 #include "tools/settings/settings.h"
+#include "tools/support/failure.h"
 
 namespace {
 
