@@ -35,13 +35,24 @@ int Parse(int argc, char** argv, CommandLine* line, bool* is_done) {
   return 0;
 }
 
+// Where 1 means a difference, a failure has a status of its own.
+template <typename Options>
+int OrCannotCompare(int (*verb)(const Options&), const Options& options) {
+  try {
+    return verb(options);
+  } catch (const corvane_tool::Failure& failure) {
+    std::fprintf(stderr, "corvane: %s\n", failure.what());
+    return corvane_tool::kCannotCompare;
+  }
+}
+
 int Dispatch(const CommandLine& line) {
   const CLI::App& app = line.app;
   if (app.got_subcommand("pack")) return Pack(line.pack);
   if (app.got_subcommand("info")) return Info(line.info);
   if (app.got_subcommand("run")) return Run(line.run);
-  if (app.got_subcommand("compare")) return Compare(line.compare);
-  if (app.got_subcommand("explain")) return Explain(line.explain);
+  if (app.got_subcommand("compare")) return OrCannotCompare(corvane_tool::Compare, line.compare);
+  if (app.got_subcommand("explain")) return OrCannotCompare(corvane_tool::Explain, line.explain);
   if (app.got_subcommand("kinds")) return Kinds(line.kinds);
   if (app.got_subcommand("align")) return Align(line.align);
   const bool is_manual = app.got_subcommand("manual");
@@ -58,9 +69,6 @@ int main(int argc, char** argv) {
     CommandLine line;
     bool is_done = false;
     const int parsed = Parse(argc, argv, &line, &is_done);
-    // Where 1 means a difference, a failure is 2.
-    const bool compares = line.app.got_subcommand("compare") || line.app.got_subcommand("explain");
-    if (compares) status = corvane_tool::kCannotCompare;
     status = is_done ? parsed : Dispatch(line);
   } catch (const corvane_tool::Failure& failure) {
     std::fprintf(stderr, "corvane: %s\n", failure.what());
