@@ -7,16 +7,17 @@
 namespace rknn_sim {
 
 namespace model_field {
-constexpr uint64_t kIrVersion = 1, kGraph = 7, kMetadata = 14;
+constexpr uint64_t kIrVersion = 1, kProducer = 2, kGraph = 7, kOpset = 8, kMetadata = 14;
 }
 namespace graph_field {
 constexpr uint64_t kNode = 1, kInitializer = 5, kInput = 11, kOutput = 12;
 }
 namespace node_field {
-constexpr uint64_t kAttribute = 5;
+constexpr uint64_t kInput = 1, kOutput = 2, kName = 3, kOp = 4, kAttribute = 5, kDomain = 7;
 }
 namespace attribute_field {
-constexpr uint64_t kTensor = 5, kGraph = 6, kTensors = 10, kGraphs = 11;
+constexpr uint64_t kName = 1, kF = 2, kI = 3, kS = 4, kTensor = 5, kGraph = 6, kInts = 8,
+                   kTensors = 10, kGraphs = 11, kType = 20;
 }
 namespace tensor_field {
 constexpr uint64_t kDims = 1, kDataType = 2, kFloatData = 4, kInt32Data = 5, kStringData = 6,
@@ -27,6 +28,9 @@ constexpr uint64_t kDims = 1, kDataType = 2, kFloatData = 4, kInt32Data = 5, kSt
 namespace value_field {
 constexpr uint64_t kName = 1, kType = 2, kTensorType = 1, kElementType = 1, kShape = 2, kDim = 1,
                    kDimValue = 1;
+}
+namespace opset_field {
+constexpr uint64_t kDomain = 1, kVersion = 2;
 }
 namespace entry_field {  // a metadata property
 constexpr uint64_t kKey = 1, kValue = 2;

@@ -36,6 +36,12 @@ bool SetDims(const Vector<int64_t>& dims, rknn_tensor_attr* attr) {
   return true;
 }
 
+bool IsSameButForOnes(Vector<int64_t> a, Vector<int64_t> b) {
+  a.erase(std::remove(a.begin(), a.end(), 1), a.end());
+  b.erase(std::remove(b.begin(), b.end(), 1), b.end());
+  return a == b;
+}
+
 bool NativeType(uint64_t onnx_type, rknn_tensor_type* type) {
   switch (onnx_type) {
     case kOnnxFloat:
@@ -158,6 +164,13 @@ class OnnxModel final : public ExecutableModel {
       attr.scale = 1.0f;
       const std::size_t actual = network_->OutputElements(outputs_.size());
       const bool is_declared = output.has_shape && SetDims(output.dims, &attr);
+      if (is_declared && !IsSameButForOnes(output.dims, network_->OutputDims(outputs_.size()))) {
+        return Refuse(
+            why,
+            "the model's output '%.*s' has other sizes than the file declares; the engine "
+            "computes something else, or the declaration is wrong",
+            Shown(output.name), output.name.data());
+      }
       if (!is_declared || attr.n_elems != actual) {
         std::fill(std::begin(attr.dims), std::end(attr.dims), 0);
         if (!SetDims(network_->OutputDims(outputs_.size()), &attr)) {

@@ -9,6 +9,9 @@
 #include "simulator/control/environment.h"
 #include "simulator/forever.h"
 #include "simulator/models/onnx_network.h"
+#include "simulator/models/onnx_nodes.h"
+#include "simulator/models/onnx_rewrite.h"
+#include "simulator/models/opencv_operators.h"
 #include "simulator/models/trial.h"
 
 namespace rknn_sim {
@@ -35,13 +38,16 @@ Forever<std::shared_mutex> loading_or_running;
 
 class OpenCvNetwork final : public OnnxNetwork {
  public:
-  OpenCvNetwork(const uint8_t* bytes, std::size_t size, const OnnxGraph& graph)
-      : net_(cv::dnn::readNetFromONNX(reinterpret_cast<const char*>(bytes), size)) {
+  OpenCvNetwork(const String& model, const OnnxGraph& graph, const OnnxNodes& nodes)
+      : net_(cv::dnn::readNetFromONNX(model.data(), model.size())) {
+    net_.enableFusion(MayFuse(nodes));
     net_.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
     net_.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
     for (const OnnxTensor& input : graph.inputs) {
       input_names_.emplace_back(input.name.data(), input.name.size());
       input_dims_.emplace_back(input.dims.begin(), input.dims.end());
+      std::vector<int>& dims = input_dims_.back();
+      if (dims.size() == 1 && TakesVectorsAsRows(nodes)) dims.insert(dims.begin(), 1);
     }
     for (const OnnxTensor& output : graph.outputs) {
       output_names_.emplace_back(output.name.data(), output.name.size());
@@ -63,6 +69,22 @@ class OpenCvNetwork final : public OnnxNetwork {
   }
 
   bool Run(const Vector<Vector<float>>& inputs, String* why) override;
+
+  // The sizes of what a node computes; none where its layer is not found.
+  Vector<int64_t> DimsOf(const OnnxNode& node) {
+    std::vector<cv::dnn::MatShape> shapes(input_dims_.begin(), input_dims_.end());
+    const std::string names[] = {"onnx_node!" + std::string(node.name),
+                                 "onnx_node_output_0!" + std::string(node.outputs.at(0))};
+    for (const std::string& name : names) {
+      const int layer = net_.getLayerId(name);
+      if (layer < 0) continue;
+      std::vector<cv::dnn::MatShape> in;
+      std::vector<cv::dnn::MatShape> out;
+      net_.getLayerShapes(shapes, layer, in, out);
+      if (!out.empty()) return Vector<int64_t>(out[0].begin(), out[0].end());
+    }
+    return {};
+  }
 
   Vector<int64_t> OutputDims(std::size_t i) const override {
     const cv::MatSize& size = outputs_[i].size;
@@ -113,11 +135,21 @@ bool OpenCvNetwork::Run(const Vector<Vector<float>>& inputs, String* why) {
 }
 
 struct Loading {
-  const uint8_t* bytes;
-  std::size_t size;
+  const String* model;
+  const OnnxNodes* nodes;
   const OnnxGraph* graph;
   std::unique_ptr<OpenCvNetwork> network;
 };
+
+// Null where there is none.
+const OnnxNode* FindWrongSoftmax(const OnnxNodes& nodes, OpenCvNetwork* network) {
+  for (const OnnxNode& node : nodes.nodes) {
+    const bool is_softmax = node.op == "Softmax" || node.op == "LogSoftmax";
+    if (!is_softmax || nodes.opset >= 13) continue;
+    if (!IsSoftmaxOverOneAxis(node, nodes.opset, network->DimsOf(node))) return &node;
+  }
+  return nullptr;
+}
 
 bool LoadAndRun(void* subject, String* why) {
   auto& loading = *static_cast<Loading*>(subject);
@@ -128,24 +160,36 @@ bool LoadAndRun(void* subject, String* why) {
     zeros.emplace_back(elements, 0.0f);
   }
   const QuietOpenCv quiet;
-  return Guarded("load", why, [&] {
-    loading.network = std::make_unique<OpenCvNetwork>(loading.bytes, loading.size, *loading.graph);
+  const OnnxNode* wrong_softmax = nullptr;
+  const bool is_loaded = Guarded("load", why, [&] {
+    loading.network =
+        std::make_unique<OpenCvNetwork>(*loading.model, *loading.graph, *loading.nodes);
     loading.network->RunOrThrow(zeros);
+    wrong_softmax = FindWrongSoftmax(*loading.nodes, loading.network.get());
   });
+  if (wrong_softmax == nullptr) return is_loaded;
+  RefuseNode(*wrong_softmax,
+             "flattens several dimensions, as it did before opset 13; export it with opset 13",
+             why);
+  return false;
 }
 
 }  // namespace
 
 OnnxNetworkPointer LoadOnnxNetwork(const uint8_t* bytes, std::size_t size, const OnnxGraph& graph,
                                    String* why) {
+  const std::string_view original(reinterpret_cast<const char*>(bytes), size);
+  const OnnxNodes nodes = ReadOnnxNodes(original);
+  if (!CheckOperators(nodes, graph, why)) return nullptr;
+  const String model = RewriteOnnx(original, nodes, ProducerFor(nodes));
   const std::unique_lock<std::shared_mutex> lock(*loading_or_running);
   cv::setNumThreads(ThreadsWanted());
-  Loading loading = {bytes, size, &graph, nullptr};
+  Loading loading = {&model, &nodes, &graph, nullptr};
   // OpenCV's importer trusts a model's operations and attributes: with some it reads past its
   // buffers, divides by zero or asks for all memory.
   String reason;
   if (!TryInChild(LoadAndRun, &loading, &reason)) {
-    const bool is_own = reason.compare(0, 6, "OpenCV") == 0;
+    const bool is_own = reason.compare(0, 6, "OpenCV") == 0 || reason.compare(0, 4, "node") == 0;
     *why = is_own ? reason : "OpenCV's import of this ONNX model " + reason;
     return nullptr;
   }

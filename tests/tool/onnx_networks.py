@@ -22,13 +22,34 @@ def value_info(name, shape):
     return field(1, name) + field(2, field(1, field(1, 1) + field(2, dims)))
 
 
-def node(operator, inputs, output, **attributes):
-    data = b"".join(field(1, name) for name in inputs) + field(2, output) + field(3, output) + field(4, operator)
-    for name, numbers in attributes.items():
-        kind = 2 if isinstance(numbers, int) else 7
-        content = field(3, numbers) if kind == 2 else b"".join(field(8, number) for number in numbers)
-        data += field(5, field(1, name) + content + field(20, kind))
+def node(operator, inputs, outputs, **attributes):
+    outputs = outputs.split()
+    data = b"".join(field(1, name) for name in inputs) + b"".join(field(2, name) for name in outputs)
+    data += field(3, outputs[0]) + field(4, operator)
+    for name, value in attributes.items():
+        if isinstance(value, int):
+            content = field(3, value % 2 ** 64) + field(20, 2)
+        elif isinstance(value, float):
+            content = varint(2 << 3 | 5) + struct.pack("<f", value) + field(20, 1)
+        elif isinstance(value, str):
+            content = field(4, value) + field(20, 3)
+        else:
+            content = b"".join(field(8, number % 2 ** 64) for number in value) + field(20, 7)
+        data += field(5, field(1, name) + content)
     return data
+
+
+def tensor(name, shape, values):
+    """Of floats, or of 64-bit integers where all values are integers."""
+    is_whole = all(isinstance(value, int) for value in values)
+    data = struct.pack("<%d%s" % (len(values), "q" if is_whole else "f"), *values)
+    return b"".join(field(1, extent) for extent in shape) + field(2, 7 if is_whole else 1) + field(8, name) + field(9, data)
+
+
+def model(nodes, tensors, inputs, outputs, opset=13, producer="test"):
+    graph = b"".join(field(1, one) for one in nodes) + field(2, "graph") + b"".join(field(5, one) for one in tensors)
+    graph += b"".join(field(11, one) for one in inputs) + b"".join(field(12, one) for one in outputs)
+    return field(1, 7) + field(2, producer) + field(7, graph) + field(8, field(1, "") + field(2, opset))
 
 
 class Network:
@@ -60,12 +81,7 @@ class Network:
         count = 1
         for extent in shape:
             count *= extent
-        numbers = [self.random.gauss(0, scale) for _ in range(count)]
-        dims = b"".join(field(1, extent) for extent in shape)
-        self.weights.append(dims + field(2, 1) + field(8, name) + field(9, struct.pack("<%df" % count, *numbers)))
+        self.weights.append(tensor(name, shape, [self.random.gauss(0, scale) for _ in range(count)]))
 
     def bytes(self):
-        graph = b"".join(field(1, one) for one in self.nodes) + field(2, "random")
-        graph += b"".join(field(5, one) for one in self.weights)
-        graph += field(11, value_info("image", self.shape)) + field(12, self.output)
-        return field(1, 7) + field(2, "test") + field(7, graph) + field(8, field(1, "") + field(2, 11))
+        return model(self.nodes, self.weights, [value_info("image", self.shape)], [self.output], opset=11)

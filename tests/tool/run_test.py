@@ -153,7 +153,7 @@ class RunTest(ToolCase):
             with self.subTest(kind=kind, pixel_type=pixel_type):
                 self.echo("1x1x2x4" if pixel_type == "GRAY" else "1x3x2x4",
                           kind if kind in ("float16", "int16") else "float32", "fl=5" if kind == "int16" else "")
-                got = self.values("picture.png", "--model", "model.bin", "--kind", kind, "--pixel-type", pixel_type,
+                got = self.values_from("picture.png", "--model", "model.bin", "--kind", kind, "--pixel-type", pixel_type,
                                   *constants)
                 self.assertEqual(got, expected)
 
@@ -179,15 +179,15 @@ class RunTest(ToolCase):
         # `align` writes the same face, which needs no landmarks any more; options override settings.
         self.corvane("align", "sub/picture.png", "-o", "face.png",
                      "--landmarks", ",".join(str(x + (10, 5)[i % 2]) for i, x in enumerate(FACE)))
-        self.assertEqual(self.values("face.png", "-c", "settings/run.ini", "--means=1,1,0"),
+        self.assertEqual(self.values_from("face.png", "-c", "settings/run.ini", "--means=1,1,0"),
                          expected[:2 * 112 * 112] + [x + 1 for x in expected[2 * 112 * 112:]])
-        self.assertEqual(self.values("results/new/picture.face.png", "-c", "settings/run.ini"), expected)
+        self.assertEqual(self.values_from("results/new/picture.face.png", "-c", "settings/run.ini"), expected)
 
     def test_pictures_of_every_form(self):
         self.echo()
         common = ["--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB"]
         self.write("picture.jpg", JPEG)
-        for value, expected in zip(self.values("picture.jpg", *common), [200] * 8 + [120] * 8 + [40] * 8):
+        for value, expected in zip(self.values_from("picture.jpg", *common), [200] * 8 + [120] * 8 + [40] * 8):
             self.assertAlmostEqual(value, expected, delta=2)
         header = b"\x89PNG\r\n\x1a\n"
         for name, depth, colour, rows, pixel in [
@@ -197,12 +197,12 @@ class RunTest(ToolCase):
         ]:
             self.write("form.png", header + chunk(b"IHDR", struct.pack(">IIBBBBB", 4, 2, depth, colour, 0, 0, 0))
                        + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
-            self.assertEqual(self.values("form.png", *common)[::8], pixel, name)
+            self.assertEqual(self.values_from("form.png", *common)[::8], pixel, name)
         # Every 2 x 2 block of one colour: halving gives these colours.
         blocks = [[self.random.randrange(256) for _ in range(3)] for _ in range(8)]
         self.write("double.png", png(8, 4, [v for y in range(4) for x in range(8) for v in blocks[y // 2 * 4 + x // 2]]))
         for rule in "true", "bilinear", "antialias", "nearest", "letterbox":
-            halved = self.values("double.png", *common, "--resize", rule)
+            halved = self.values_from("double.png", *common, "--resize", rule)
             if rule == "nearest":
                 self.assertEqual(halved, [block[c] for c in range(3) for block in blocks])
             elif rule != "antialias":  # a wider filter, which takes neighbours in
@@ -225,14 +225,14 @@ class RunTest(ToolCase):
             ("one.png", "letterbox", [0, 90, 0, 0]),
             ("tall.png", "letterbox", [0, 60, 0, 0]),
         ]:
-            self.assertEqual(self.values(picture, *run, rule), expected, (picture, rule))
+            self.assertEqual(self.values_from(picture, *run, rule), expected, (picture, rule))
 
     def test_templates_exif_and_show(self):
         rgb = self.picture(140, 120)
         for name, width, height, shift in [("112", 112, 112, 0), ("96x112", 96, 112, 8), ("128", 128, 112, -8)]:
             side = 128 if name == "128" else height
             self.echo("1x3x%dx%d" % (side, width))
-            got = self.values("picture.png", "--model", "model.bin", "--kind", "float32", "--pixel-type", "BGR2RGB",
+            got = self.values_from("picture.png", "--model", "model.bin", "--kind", "float32", "--pixel-type", "BGR2RGB",
                               "--template", name, "--output", "shown" + name, "--show", "--landmarks",
                               ",".join(str(x + (10, 5)[i % 2]) for i, x in enumerate(FACE)))
             at = 40 * width + 30
@@ -241,7 +241,7 @@ class RunTest(ToolCase):
             self.assertTrue(os.path.exists(self.path("shown%s/picture.input.png" % name)))
         # What is shown is what a second run takes for the model's input, but for the five crosses.
         self.echo("1x3x128x128")
-        shown = self.values("shown128/picture.input.png", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB")
+        shown = self.values_from("shown128/picture.input.png", "--model", "model.bin", "--kind", "float32", "--pixel-type", "RGB")
         different = [i % (128 * 128) for i in range(len(got)) if got[i] != shown[i]]
         self.assertEqual(len(set(different)), 5 * 9)
         self.assertIn(round(FACE[1]) * 128 + round(FACE[0]) + 8, different)
@@ -529,14 +529,14 @@ class RunTest(ToolCase):
         self.assertEqual(info.returncode, 0, info.stderr)
         self.corvane("run", "-c", "run.ini", photo, says=["descriptor  1 x 512", "aligned to 112 x 112"])
         # What `pack` notes in the model is what the runtime goes by: every kind of input, one answer.
-        expected = self.values(photo, "-c", "run.ini")
+        expected = self.values_from(photo, "-c", "run.ini")
         by_runtime = ["--mean", "127.5,127.5,127.5", "--scale=" + ",".join(["0.00784313725"] * 3)]
         for kind, packed in [("float16", ["--type", "float16"]), ("int16", ["--type", "int16", "--fl", "12"]),
                              ("uint8", by_runtime)]:
             self.corvane("pack", os.path.join(EXAMPLES, "descriptor.onnx"), "-o", "kind.bin", *packed)
             self.write("kind.ini", "[landmarks]\nportrait.png = 202,101, 248,102, 225,123, 206,143, 241,143\n")
             constants = [] if kind == "uint8" else ["--means=127.5,127.5,127.5", by_runtime[2].replace("scale", "scales")]
-            got = self.values(photo, "-c", "kind.ini", "--model", "kind.bin", "--kind", kind, "--pixel-type", "RGB",
+            got = self.values_from(photo, "-c", "kind.ini", "--model", "kind.bin", "--kind", kind, "--pixel-type", "RGB",
                               *constants)
             self.assertLess(max(abs(x - y) for x, y in zip(got, expected)), 1e-3, kind)
         done = subprocess.run([self.programs[1], "run.ini", photo, "picture.png"], cwd=self.folder.name,

@@ -85,7 +85,8 @@ class ToolCase(unittest.TestCase):
             self.assertIn(text, err if status else out, arguments)
         return out, err
 
-    def values(self, *arguments):
+    def values_from(self, *arguments):
+        """What the first output of a run of one picture holds."""
         self.corvane("run", *arguments, "--json", "result.json")
         with open(self.path("result.json"), encoding="utf-8") as file:
             return json.load(file)["images"][0]["outputs"][0]["values"]

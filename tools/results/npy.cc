@@ -85,7 +85,7 @@ float Element(const Header& header, const uint8_t* bytes) {
   if (header.kind == 'b') return bits != 0 ? 1 : 0;
   if (header.kind == 'u') return static_cast<float>(bits);
   if (header.kind == 'i') {
-    const uint64_t sign = uint64_t{1} << (8 * header.element_bytes - 1);
+    const uint64_t sign = uint64_t{1} << ((8 * header.element_bytes - 1) & 63);
     return static_cast<float>(static_cast<int64_t>((bits ^ sign) - sign));
   }
   if (header.element_bytes == 2) return HalfToFloat(bits);

@@ -1,0 +1,255 @@
+// Runs ONNX's own conformance data through the runtime's C interface: conformance FOLDER RIGHT
+// [NAME]
+//
+// FOLDER has the cases as ONNX publishes them (Debian: libonnx-testdata): CASE/model.onnx and
+// CASE/test_data_set_0/{input,output}_N.pb. A case applies if its inputs are float, half or 8- or
+// 16-bit integers and its outputs numbers. It is right if every output has the expected sizes and
+// values (relative 1e-3, absolute 1e-5), refused if rknn_init fails or a run does, else wrong. The
+// last line has the three numbers. Exit status 1 where a case is wrong, or fewer than RIGHT are
+// right. With NAME it runs only the cases whose folder has that name, and says why they are
+// refused.
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "rknn_api.h"
+#include "simulator/models/onnx_fields.h"
+#include "simulator/models/protobuf_reader.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using rknn_sim::ProtobufField;
+using rknn_sim::ProtobufReader;
+using rknn_sim::WireType;
+namespace tensor_field = rknn_sim::tensor_field;
+
+std::string ReadFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+struct Tensor {
+  uint64_t type = 0;
+  std::vector<uint64_t> dims;  // outermost first
+  std::vector<double> values;
+};
+
+double Half(uint16_t bits) {
+  const int exponent = bits >> 10 & 31;
+  const double fraction = bits & 1023;
+  const double magnitude = exponent == 0    ? std::ldexp(fraction, -24)
+                           : exponent == 31 ? (fraction == 0 ? INFINITY : NAN)
+                                            : std::ldexp(1024 + fraction, exponent - 25);
+  return (bits & 0x8000) != 0 ? -magnitude : magnitude;
+}
+
+template <typename Element>
+void Append(std::string_view bytes, std::vector<double>* values) {
+  for (std::size_t i = 0; i + sizeof(Element) <= bytes.size(); i += sizeof(Element)) {
+    Element element;
+    std::memcpy(&element, bytes.data() + i, sizeof(element));
+    values->push_back(static_cast<double>(element));
+  }
+}
+
+void AppendRaw(std::string_view bytes, Tensor* tensor) {
+  std::vector<double>* const values = &tensor->values;
+  switch (tensor->type) {
+    case 1:
+      return Append<float>(bytes, values);
+    case 2:
+    case 9:
+      return Append<uint8_t>(bytes, values);
+    case 3:
+      return Append<int8_t>(bytes, values);
+    case 4:
+      return Append<uint16_t>(bytes, values);
+    case 5:
+      return Append<int16_t>(bytes, values);
+    case 6:
+      return Append<int32_t>(bytes, values);
+    case 7:
+      return Append<int64_t>(bytes, values);
+    case 10:
+      Append<uint16_t>(bytes, values);
+      for (double& value : *values) value = Half(static_cast<uint16_t>(value));
+      return;
+    case 11:
+      return Append<double>(bytes, values);
+    case 12:
+      return Append<uint32_t>(bytes, values);
+    case 13:
+      return Append<uint64_t>(bytes, values);
+    case 16:  // bfloat16, the upper half of a float
+      for (std::size_t i = 0; i + 2 <= bytes.size(); i += 2) {
+        uint32_t bits = 0;
+        std::memcpy(reinterpret_cast<char*>(&bits) + 2, bytes.data() + i, 2);
+        float value;
+        std::memcpy(&value, &bits, sizeof(value));
+        values->push_back(double{value});
+      }
+      return;
+    default:
+      return;
+  }
+}
+
+// False for what is no tensor of numbers.
+bool ReadTensor(const fs::path& path, Tensor* tensor) {
+  const std::string file = ReadFile(path);
+  std::string_view raw;
+  ProtobufReader reader(file);
+  for (ProtobufField field; reader.Next(&field);) {
+    const auto numbers = [&](auto add) {
+      if (field.type == WireType::kVarint) add(field.value);
+      uint64_t value = 0;
+      std::string_view packed = field.bytes;
+      while (field.type == WireType::kBytes && !packed.empty() &&
+             rknn_sim::CutVarint(&packed, &value))
+        add(value);
+    };
+    if (field.IsVarint(tensor_field::kDataType)) tensor->type = field.value;
+    if (field.number == tensor_field::kDims)
+      numbers([&](uint64_t v) { tensor->dims.push_back(v); });
+    if (field.IsBytes(tensor_field::kRawData)) raw = field.bytes;
+    if (field.number == tensor_field::kFloatData) Append<float>(field.bytes, &tensor->values);
+    if (field.number == tensor_field::kDoubleData) Append<double>(field.bytes, &tensor->values);
+    if (field.number == tensor_field::kInt32Data || field.number == tensor_field::kInt64Data) {
+      numbers([&](uint64_t v) {
+        const auto value = static_cast<double>(static_cast<int64_t>(v));
+        tensor->values.push_back(tensor->type == 10 ? Half(static_cast<uint16_t>(v)) : value);
+      });
+    }
+  }
+  AppendRaw(raw, tensor);
+  std::size_t elements = 1;
+  for (const uint64_t dim : tensor->dims) elements *= dim;
+  return reader.is_valid() && tensor->type != 8 && tensor->type != 0 &&
+         elements == tensor->values.size();
+}
+
+bool IsInputType(uint64_t type) {
+  return type == 1 || type == 2 || type == 3 || type == 5 || type == 10;
+}
+
+struct Case {
+  std::string model;
+  std::vector<Tensor> inputs, outputs;
+};
+
+bool ReadTensors(const fs::path& folder, const char* name, std::vector<Tensor>* tensors) {
+  for (int i = 0;; ++i) {
+    const fs::path path = folder / (name + std::to_string(i) + ".pb");
+    if (!fs::exists(path)) return true;
+    tensors->emplace_back();
+    if (!ReadTensor(path, &tensors->back())) return false;
+  }
+}
+
+// False for a case that does not apply.
+bool ReadCase(const fs::path& folder, Case* one) {
+  const fs::path data = folder / "test_data_set_0";
+  if (!fs::exists(folder / "model.onnx") || !fs::exists(data)) return false;
+  one->model = ReadFile(folder / "model.onnx");
+  if (!ReadTensors(data, "input_", &one->inputs) || !ReadTensors(data, "output_", &one->outputs))
+    return false;
+  return !one->inputs.empty() && !one->outputs.empty() &&
+         std::all_of(one->inputs.begin(), one->inputs.end(),
+                     [](const Tensor& t) { return IsInputType(t.type); });
+}
+
+enum class Verdict { kRight, kRefused, kWrong };
+
+bool IsNear(double wanted, double got) {
+  if (std::isnan(wanted) || std::isnan(got)) return std::isnan(wanted) && std::isnan(got);
+  return wanted == got || std::fabs(wanted - got) <= 1e-5 + 1e-3 * std::fabs(wanted);
+}
+
+bool IsRight(rknn_context context, const Case& one, const std::vector<rknn_output>& outputs) {
+  for (uint32_t i = 0; i < outputs.size(); ++i) {
+    rknn_tensor_attr attr = {};
+    attr.index = i;
+    if (rknn_query(context, RKNN_QUERY_OUTPUT_ATTR, &attr, sizeof(attr)) != RKNN_SUCC) return false;
+    const Tensor& wanted = one.outputs[i];
+    std::vector<uint64_t> dims(attr.dims, attr.dims + attr.n_dims);
+    std::reverse(dims.begin(), dims.end());
+    // The runtime has no scalars: they have one dimension.
+    if (dims != (wanted.dims.empty() ? std::vector<uint64_t>{1} : wanted.dims)) return false;
+    const auto* values = static_cast<const float*>(outputs[i].buf);
+    if (outputs[i].size != wanted.values.size() * sizeof(float)) return false;
+    for (std::size_t k = 0; k < wanted.values.size(); ++k) {
+      if (!IsNear(wanted.values[k], double{values[k]})) return false;
+    }
+  }
+  return true;
+}
+
+Verdict Try(Case* one) {
+  rknn_context context = 0;
+  if (rknn_init(&context, one->model.data(), static_cast<uint32_t>(one->model.size()), 0) !=
+      RKNN_SUCC) {
+    return Verdict::kRefused;
+  }
+  Verdict verdict = Verdict::kRefused;
+  rknn_input_output_num count = {};
+  rknn_query(context, RKNN_QUERY_IN_OUT_NUM, &count, sizeof(count));
+  if (count.n_input == one->inputs.size() && count.n_output == one->outputs.size()) {
+    std::vector<std::vector<float>> buffers;
+    std::vector<rknn_input> inputs(count.n_input);
+    for (uint32_t i = 0; i < count.n_input; ++i) {
+      buffers.emplace_back(one->inputs[i].values.begin(), one->inputs[i].values.end());
+      inputs[i] = {i, buffers[i].data(),   static_cast<uint32_t>(buffers[i].size() * sizeof(float)),
+                   0, RKNN_TENSOR_FLOAT32, RKNN_TENSOR_NCHW};
+    }
+    std::vector<rknn_output> outputs(count.n_output);
+    for (uint32_t i = 0; i < count.n_output; ++i) {
+      outputs[i].index = i;
+      outputs[i].want_float = 1;
+    }
+    if (rknn_inputs_set(context, count.n_input, inputs.data()) == RKNN_SUCC &&
+        rknn_run(context, nullptr) == RKNN_SUCC &&
+        rknn_outputs_get(context, count.n_output, outputs.data(), nullptr) == RKNN_SUCC) {
+      verdict = IsRight(context, *one, outputs) ? Verdict::kRight : Verdict::kWrong;
+      rknn_outputs_release(context, count.n_output, outputs.data());
+    }
+  }
+  rknn_destroy(context);
+  return verdict;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) {
+    std::fputs("usage: conformance FOLDER RIGHT [NAME]\n", stderr);
+    return 2;
+  }
+  std::vector<fs::path> folders;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(argv[1])) {
+    if (entry.path().filename() == "model.onnx") folders.push_back(entry.path().parent_path());
+  }
+  std::sort(folders.begin(), folders.end());
+  if (argc == 3)
+    std::freopen("/dev/null", "w", stderr);  // where the simulated runtime says why it refuses
+  int counts[3] = {};
+  for (const fs::path& folder : folders) {
+    if (argc > 3 && folder.filename() != argv[3]) continue;
+    Case one;
+    if (!ReadCase(folder, &one)) continue;
+    const Verdict verdict = Try(&one);
+    ++counts[static_cast<int>(verdict)];
+    static const char* const words[] = {"right", "refused", "wrong"};
+    std::printf("%s %s\n", words[static_cast<int>(verdict)], folder.filename().c_str());
+    std::fflush(stdout);
+  }
+  std::printf("%d right, %d refused, %d wrong\n", counts[0], counts[1], counts[2]);
+  return counts[2] == 0 && counts[0] >= std::atoi(argv[2]) ? 0 : 1;
+}

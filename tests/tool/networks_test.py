@@ -1,0 +1,130 @@
+#!/usr/bin/env python3
+"""What the simulated runtime makes of networks that OpenCV by itself gets wrong or does not take: the right
+answer, or a line with the node and a cure."""
+import math
+
+from tool_case import ToolCase, main
+from onnx_networks import model, node, tensor, value_info
+
+SHAPE = [1, 3, 2, 4]
+
+
+def softmax(row):
+    exponentials = [math.exp(v - max(row)) for v in row]
+    return [v / sum(exponentials) for v in exponentials]
+
+
+def matrix(values, rows, columns):
+    return [values[row * columns:(row + 1) * columns] for row in range(rows)]
+
+
+def product(a, b):
+    return [[sum(x * y for x, y in zip(row, column)) for column in zip(*b)] for row in a]
+
+
+def average(planes, counts_padding):
+    """3 x 3, padded by 1."""
+    result = []
+    for plane in planes:
+        for y in range(2):
+            for x in range(4):
+                near = [plane[j * 4 + i] for j in range(max(0, y - 1), min(2, y + 2))
+                        for i in range(max(0, x - 1), min(4, x + 2))]
+                result.append(sum(near) / (9 if counts_padding else len(near)))
+    return result
+
+
+class NetworksTest(ToolCase):
+    def setUp(self):
+        super().setUp()
+        rgb = self.picture()
+        # As settings, so that the values are small and of both signs.
+        self.values = [(v - 128) / 64 for c in range(3) for v in rgb[c::3]]
+        self.planes = matrix(self.values, 3, 8)
+        self.write("probe.onnx", model([node("Relu", ["image"], "y")], [], [value_info("image", SHAPE)], [value_info("y", SHAPE)]))
+        self.corvane("pack", "probe.onnx", "-o", "probe.bin")
+        if "simulator was built without" in self.corvane("info", "probe.bin", status=None)[1]:
+            self.skipTest("this simulated runtime does not execute ONNX models")
+
+    def pack(self, nodes, tensors=(), shape=SHAPE, **options):
+        self.write("net.onnx", model(nodes, tensors, [value_info("image", SHAPE)], [value_info("y", shape)], **options))
+        self.corvane("pack", "net.onnx", "-o", "net.bin")
+
+    def test_right(self):
+        image = ["image"]
+        attention = [node("Reshape", ["image", "rows"], "q"), node("Transpose", ["q"], "k", perm=[0, 2, 1]),
+                     node("MatMul", ["q", "k"], "s"), node("Div", ["s", "root"], "t"),
+                     node("Softmax", ["t"], "p", axis=-1), node("MatMul", ["p", "q"], "y")]
+        scores = product(self.planes, [list(column) for column in zip(*self.planes)])
+        attended = product([softmax([v / 8 for v in row]) for row in scores], self.planes)
+        length = [math.sqrt(sum(self.planes[c][i] ** 2 for c in range(3))) for i in range(8)]
+        by_channels = [self.planes[c][i] / length[i] for c in range(3) for i in range(8)]
+        low, high = tensor("low", [], [-0.5]), tensor("high", [], [1.0])
+        axes = tensor("axes", [1], [1])
+        padded = {"kernel_shape": [3, 3], "pads": [1] * 4}
+        for name, nodes, tensors, options, expected in [
+            ("attention", attention, [tensor("rows", [3], [1, 3, 8]), tensor("root", [], [8.0])], {"shape": [1, 3, 8]},
+             sum(attended, [])),
+            ("bounds of Clip as inputs", [node("Clip", ["image", "low", "high"], "y")], [low, high], {},
+             [min(1, max(-0.5, v)) for v in self.values]),
+            ("one bound", [node("Clip", ["image", "", "high"], "y")], [high], {}, [min(1, v) for v in self.values]),
+            ("bounds of a Constant node, in a chain", [node("Identity", ["low"], "same"), node("Identity", ["same"], "again"),
+                                                       node("Clip", ["image", "again"], "y")], [low], {},
+             [max(-0.5, v) for v in self.values]),
+            ("Identity of a weight", [node("Identity", ["w"], "copy"), node("Conv", ["image", "copy"], "y", kernel_shape=[1, 1])],
+             [tensor("w", [3, 3, 1, 1], [2.0, 0.0, 0.0, 0.0, 3.0, 0.0, 0.0, 0.0, 4.0])], {},
+             [(2, 3, 4)[i // 8] * v for i, v in enumerate(self.values)]),
+            ("averages without padding", [node("AveragePool", image, "y", **padded)], [], {}, average(self.planes, False)),
+            ("the same of PyTorch", [node("AveragePool", image, "y", **padded)], [], {"producer": "pytorch"}, average(self.planes, False)),
+            ("averages with padding", [node("AveragePool", image, "y", count_include_pad=1, **padded)], [], {}, average(self.planes, True)),
+            ("Softmax without an axis", [node("Softmax", image, "y")], [], {},
+             sum((softmax(self.values[i:i + 4]) for i in range(0, 24, 4)), [])),
+            ("Softmax over a flat row", [node("Flatten", image, "flat"), node("Softmax", ["flat"], "y")], [],
+             {"opset": 11, "shape": [1, 24]}, softmax(self.values)),
+            ("length over channels", [node("ReduceL2", image, "n", axes=[1], keepdims=1), node("Div", ["image", "n"], "y")], [], {},
+             by_channels),
+            ("length written out", [node("Mul", ["image", "image"], "q"), node("ReduceSum", ["q", "axes"], "s", keepdims=1),
+                                    node("Sqrt", ["s"], "n"), node("Div", ["image", "n"], "y")], [axes], {}, by_channels),
+            ("Unsqueeze by an input", [node("Unsqueeze", ["image", "axes"], "y")], [axes], {"shape": [1, 1, 3, 2, 4]}, self.values),
+            ("Max of one", [node("Max", image, "y")], [], {}, self.values),
+        ]:
+            with self.subTest(name):
+                self.pack(nodes, tensors, **options)
+                got = self.answer()
+                self.assertEqual(len(got), len(expected))
+                self.assertLess(max(abs(a - b) for a, b in zip(got, expected)), 2e-5)
+
+    def answer(self):
+        return self.values_from("--model", "net.bin", "--kind", "float32", "--pixel-type", "RGB", "--means", "128",
+                                   "--scales", "1/64", "picture.png")
+
+    def test_refused_with_the_node_and_a_cure(self):
+        image = ["image"]
+        pool = {"kernel_shape": [2, 2]}
+        for nodes, options, node_says, cure in [
+            ([node("Nonsense", image, "y")], {}, "'y' (Nonsense)", "not among the operators"),
+            ([node("LSTM", image, "y")], {}, "(LSTM)", "not among the operators"),
+            ([node("MaxPool", image, "y", auto_pad="SAME_LOWER", **pool)], {}, "(MaxPool)", "explicit pads"),
+            ([node("MaxPool", image, "y", dilations=[2, 2], **pool)], {}, "(MaxPool)", "dilations"),
+            ([node("MaxPool", image, "m y", **pool)], {}, "'m' (MaxPool)", "indices"),
+            ([node("AveragePool", image, "a", count_include_pad=1, kernel_shape=[3, 3], pads=[1] * 4),
+              node("AveragePool", ["a"], "y", kernel_shape=[3, 3], pads=[1] * 4)], {}, "'y' (AveragePool)", "others do not"),
+            ([node("Conv", ["image", "w"], "y", auto_pad="SAME_LOWER", kernel_shape=[2, 2])], {}, "(Conv)", "explicit pads"),
+            ([node("Softmax", image, "y", axis=1)], {"opset": 11}, "(Softmax)", "opset 13"),
+            ([node("Softmax", image, "y")], {"opset": 9}, "(Softmax)", "opset 13"),
+            ([node("Cast", image, "i", to=7), node("Cast", ["i"], "y", to=1)], {}, "'i' (Cast)", "Floor or Round"),
+            ([node("Dropout", image, "d y")], {}, "(Dropout)", "evaluation mode"),
+            ([node("ReduceL2", image, "n", axes=[-1], keepdims=1), node("Div", ["image", "n"], "y")], {}, "'n' (ReduceL2)", "axis other than 1"),
+            ([node("Gemm", ["image", "w"], "y", alpha=0.5)], {}, "(Gemm)", "alpha or beta"),
+            ([node("Upsample", ["image", "w"], "y", mode="linear")], {"opset": 9}, "(Upsample)", "Resize"),
+            ([node("Resize", ["image", "", "w"], "y", mode="cubic")], {}, "(Resize)", "neither linear nor nearest"),
+            ([node("Relu", image, "y")], {"shape": [1, 3, 4, 2]}, "output 'y'", "other sizes than the file declares"),
+            ([node("ArgMax", image, "a", axis=1), node("Div", ["a", "w"], "y")], {}, "'y' (Div)", "whole numbers"),
+        ]:
+            self.pack(nodes, [tensor("w", [3, 3, 2, 2], [0.5] * 36)], **options)
+            _, err = self.corvane("info", "net.bin", status=1, says=[node_says, cure])
+            self.assertEqual(err.count("\n"), 2, err)  # the runtime's line, and the tool's
+
+
+if __name__ == "__main__":
+    main()
