@@ -374,7 +374,8 @@ TEST(SimulatorOnnx, RefusesInOneLine) {
     std::string model;
     const char* line;
   } opencv_rows[] = {
-      {Model(Node("Nonsense", {"in"}, "out") + kEchoEnds), "node 'out' (Nonsense) is not among the operators"},
+      {Model(Node("Nonsense", {"in"}, "out") + kEchoEnds),
+       "node 'out' (Nonsense) is not among the operators"},
       {Model(Node("Identity", {"nobody"}, "out") + kEchoEnds), "OpenCV"},
       {Model(kEchoNode + kEchoEnds + Output(Value("nothing", {1}))), "OpenCV"},
   };
