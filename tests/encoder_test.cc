@@ -370,7 +370,7 @@ TEST_P(EncoderTest, ReadsNothingOutsideTheImage) {
   const float scales[] = {1 / 127.5F, 0.017F, 1 / 128.0F};
   for (const auto flush : {GuardedBuffer::Flush::kAtBegin, GuardedBuffer::Flush::kAtEnd}) {
     for (const std::size_t channels : {1, 3}) {
-      for (std::size_t width = 0; width <= 2 * 16 + 3; ++width) {
+      for (std::size_t width = 0; width <= 2 * 32 + 3; ++width) {
         const GuardedBuffer pixels(width * channels, flush);
         for (std::size_t i = 0; i < pixels.size(); ++i) {
           pixels.data()[i] = static_cast<uint8_t>(i * 7);

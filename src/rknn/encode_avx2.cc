@@ -158,7 +158,7 @@ void Fill(const EncodePlan<Element>& plan) {
   constexpr int kFourBytes = 4 * kChannels;
   constexpr bool kIsPacked = IsPacked(static_cast<Element*>(nullptr));
   const uint8_t* pixels = plan.pixels;
-  ForEachBlock(plan.pixel_count, HeadPixels(planes[0]), [&](std::size_t i) {
+  ForEachBlock<kBlockPixels>(plan.pixel_count, HeadPixels(planes[0]), [&](std::size_t i) {
     const uint8_t* block = pixels + i * kChannels;
     const auto load = [&](int lower, int upper) {  // the block's fours by number
       return Difference::Prepare(
@@ -212,7 +212,7 @@ void Dfp16Integers(const IntegerPlan& plan) {
     planes[c] = plan.planes[c];
   }
   const uint8_t* pixels = plan.pixels;
-  ForEachBlock(plan.pixel_count, HeadPixels(planes[0]), [&](std::size_t i) {
+  ForEachBlock<kBlockPixels>(plan.pixel_count, HeadPixels(planes[0]), [&](std::size_t i) {
     const uint8_t* block = pixels + i * 3;
     const __m256i low = Load16And16Bytes(block, block + 24);
     const __m256i high = Load16And16Bytes(block + 8, block + 32);

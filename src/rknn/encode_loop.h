@@ -13,13 +13,14 @@ constexpr std::size_t kBlockPixels = 16;
 
 // Calls encode_block(first pixel) until all pixels are done. The first two and the last two blocks
 // may overlap, so no pixels are left over and no load leaves the image. pixel_count is at least
-// kBlockPixels; the second block starts at head, from 1 to kBlockPixels, chosen to align stores.
-template <class EncodeBlock>
+// kPixels, the size of a block; the second block starts at head, from 1 to kPixels, chosen to align
+// stores.
+template <std::size_t kPixels, class EncodeBlock>
 inline void ForEachBlock(std::size_t pixel_count, std::size_t head, EncodeBlock encode_block) {
   encode_block(std::size_t{0});
   std::size_t i = head;
-  for (; i + kBlockPixels <= pixel_count; i += kBlockPixels) encode_block(i);
-  if (i < pixel_count) encode_block(pixel_count - kBlockPixels);
+  for (; i + kPixels <= pixel_count; i += kPixels) encode_block(i);
+  if (i < pixel_count) encode_block(pixel_count - kPixels);
 }
 
 // Returns whether smallest <= |(x - mean) * scale| <= largest for every byte x other than the mean.

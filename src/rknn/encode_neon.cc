@@ -1,5 +1,6 @@
-// Advanced SIMD loops, sixteen pixels a step. Float16's shortcut holds only for some constants; see
-// AcceptsFloat16().
+// Advanced SIMD loops. A step takes two blocks of sixteen pixels where registers suffice, so that
+// cores that execute in order have one block's instructions to do while they wait for the other's
+// results. Float16's shortcut holds only for some constants; see AcceptsFloat16().
 #include <arm_neon.h>
 
 #include <cstddef>
@@ -11,6 +12,8 @@
 
 namespace corvane {
 namespace {
+
+constexpr std::size_t kStepPixels = 2 * kBlockPixels;
 
 // One byte of each pixel of a block, for every channel.
 template <int kChannels>
@@ -88,7 +91,7 @@ inline void Store(const Floats& values, int16_t* plane) {
   vst1q_s16(plane + 8, LowHalves(values.quarter[2], values.quarter[3]));
 }
 
-template <class Difference, int kChannels, class Element>
+template <class Difference, int kChannels, int kBlocks, class Element>
 void Fill(const EncodePlan<Element>& plan) {
   float32x4_t means[kChannels];
   float32x4_t scales[kChannels];
@@ -99,24 +102,36 @@ void Fill(const EncodePlan<Element>& plan) {
     planes[c] = plan.planes[c];
   }
   const uint8_t* pixels = plan.pixels;
-  ForEachBlock(plan.pixel_count, kBlockPixels, [&](std::size_t i) {
-    Bytes<kChannels> bytes;
-    Load(pixels + i * kChannels, &bytes);
+  constexpr std::size_t kPixels = kBlocks * kBlockPixels;
+  ForEachBlock<kPixels>(plan.pixel_count, kPixels, [&](std::size_t i) {
+    Bytes<kChannels> bytes[kBlocks];
+    for (int b = 0; b < kBlocks; ++b) Load(pixels + (i + b * kBlockPixels) * kChannels, &bytes[b]);
     for (int c = 0; c < kChannels; ++c) {
-      Floats values = Difference::Of(bytes.channel[c], means[c]);
-      for (float32x4_t& quarter : values.quarter) quarter = vmulq_f32(quarter, scales[c]);
-      Store(values, planes[c] + i);
+      Floats values[kBlocks];
+      for (int b = 0; b < kBlocks; ++b) values[b] = Difference::Of(bytes[b].channel[c], means[c]);
+      for (Floats& block : values) {
+        for (float32x4_t& quarter : block.quarter) quarter = vmulq_f32(quarter, scales[c]);
+      }
+      for (int b = 0; b < kBlocks; ++b) Store(values[b], planes[c] + i + b * kBlockPixels);
     }
   });
 }
+
+// Of three channels. Encoding halves takes more registers.
+template <class Element>
+constexpr int kColourBlocks = 2;
+template <>
+constexpr int kColourBlocks<uint16_t> = 1;
 
 template <class Element>
 void FillBlocks(const EncodePlan<Element>& plan) {
   const bool takes_offset = AllMeansTakeOffset(plan);
   if (plan.channels == 1) {
-    takes_offset ? Fill<OffsetDifference, 1>(plan) : Fill<PlainDifference, 1>(plan);
+    takes_offset ? Fill<OffsetDifference, 1, 2>(plan) : Fill<PlainDifference, 1, 2>(plan);
   } else {
-    takes_offset ? Fill<OffsetDifference, 3>(plan) : Fill<PlainDifference, 3>(plan);
+    constexpr int kBlocks = kColourBlocks<Element>;
+    takes_offset ? Fill<OffsetDifference, 3, kBlocks>(plan)
+                 : Fill<PlainDifference, 3, kBlocks>(plan);
   }
 }
 
@@ -147,21 +162,25 @@ void Dfp16Integers(const IntegerPlan& plan) {
     planes[c] = plan.planes[c];
   }
   const uint8_t* pixels = plan.pixels;
-  ForEachBlock(plan.pixel_count, kBlockPixels, [&](std::size_t i) {
-    Bytes<3> bytes;
-    Load(pixels + i * 3, &bytes);
+  ForEachBlock<kStepPixels>(plan.pixel_count, kStepPixels, [&](std::size_t i) {
+    Bytes<3> bytes[2];
+    for (int b = 0; b < 2; ++b) Load(pixels + (i + b * kBlockPixels) * 3, &bytes[b]);
     for (int c = 0; c < 3; ++c) {
-      const uint16x8_t low = vaddw_u8(minus_means[c], vget_low_u8(bytes.channel[c]));
-      const uint16x8_t high = vaddw_high_u8(minus_means[c], bytes.channel[c]);
-      vst1q_s16(planes[c] + i, vreinterpretq_s16_u16(vshlq_u16(low, shift)));
-      vst1q_s16(planes[c] + i + 8, vreinterpretq_s16_u16(vshlq_u16(high, shift)));
+      for (int b = 0; b < 2; ++b) {
+        int16_t* const plane = planes[c] + i + b * kBlockPixels;
+        const uint8x16_t block = bytes[b].channel[c];
+        const uint16x8_t low = vaddw_u8(minus_means[c], vget_low_u8(block));
+        const uint16x8_t high = vaddw_high_u8(minus_means[c], block);
+        vst1q_s16(plane, vreinterpretq_s16_u16(vshlq_u16(low, shift)));
+        vst1q_s16(plane + 8, vreinterpretq_s16_u16(vshlq_u16(high, shift)));
+      }
     }
   });
 }
 
 }  // namespace
 
-const EncodeKernels kNeonKernels = {"neon",  kBlockPixels,        AcceptsFloat16, FillBlocks<float>,
+const EncodeKernels kNeonKernels = {"neon",  kStepPixels,         AcceptsFloat16, FillBlocks<float>,
                                     Float16, FillBlocks<int16_t>, Dfp16Integers};
 
 }  // namespace corvane

@@ -205,20 +205,21 @@ uint64_t CheckElements(const EncodeKernels& kernels, uint64_t item) {
   return cases;
 }
 
-// Images of up to 1024 pixels, the second block at `head`.
+// Images of up to 1024 pixels in blocks of kPixels, the second block at `head`.
+template <std::size_t kPixels>
 uint64_t CheckWalks(uint64_t item) {
   const std::size_t head = item + 1;
-  for (std::size_t count = kBlockPixels; count <= 1024; ++count) {
+  for (std::size_t count = kPixels; count <= 1024; ++count) {
     std::vector<bool> is_done(count);
-    ForEachBlock(count, head, [&](std::size_t first) {
-      if (first + kBlockPixels > count) Counterexample("block 0x%zX leaves 0x%zX", first, count);
-      std::fill_n(is_done.begin() + static_cast<std::ptrdiff_t>(first), kBlockPixels, true);
+    ForEachBlock<kPixels>(count, head, [&](std::size_t first) {
+      if (first + kPixels > count) Counterexample("block 0x%zX leaves 0x%zX", first, count);
+      std::fill_n(is_done.begin() + static_cast<std::ptrdiff_t>(first), kPixels, true);
     });
     if (std::count(is_done.begin(), is_done.end(), false) != 0) {
       Counterexample("a pixel of 0x%zX is left out, head %zu", count, head);
     }
   }
-  return 1024 - kBlockPixels + 1;
+  return 1024 - kPixels + 1;
 }
 
 }  // namespace
@@ -228,8 +229,10 @@ std::vector<Claim> ElementClaims() {
       {"offset-means", "the offset admits the multiples of 1/256 below 32768 alone",
        [] { return ForAll(1U << 18, CheckAdmittedMeans); }},
       {"division/scalar", "negative shifts divide toward zero", CheckDivisions},
-      {"block-walk", "blocks cover each of 16 to 1024 pixels and no other",
-       [] { return ForAll(kBlockPixels, CheckWalks); }}};
+      {"block-walk", "blocks cover each of 16 to 1024 pixels and no other", [] {
+         constexpr std::size_t kTwo = 2 * kBlockPixels;
+         return ForAll(kBlockPixels, CheckWalks<kBlockPixels>) + ForAll(kTwo, CheckWalks<kTwo>);
+       }}};
   for (const EncodeKernels* kernels : {&kPortableKernels, &VectorKernels()}) {
     const std::string name = std::string("/") + kernels->name;
     for (const int channels : {1, 3}) {
