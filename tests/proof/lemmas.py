@@ -14,15 +14,15 @@ def holds(name, assumption, statement):
     return verdict == unsat
 
 
-def blocks():
-    """Every pixel is in a block, and each block ends inside the image."""
+def blocks(size):
+    """Every pixel is in a block of this size, and each block ends inside the image."""
     count, head, pixel = Int("count"), Int("head"), Int("pixel")
-    domain = And(count >= 16, head >= 1, head <= 16, pixel >= 0, pixel < count)
-    nth = (pixel - head) / 16  # the floor, the block after the first that would hold the pixel
-    start = head + 16 * nth
-    covered = Or(pixel < 16, And(pixel >= head, start <= pixel, pixel < start + 16, start + 16 <= count),
-                 And(pixel >= count - 16, count - 16 >= 0))
-    return holds("blocks overlap and cover each pixel", domain, covered)
+    domain = And(count >= size, head >= 1, head <= size, pixel >= 0, pixel < count)
+    nth = (pixel - head) / size  # the floor, the block after the first that would hold the pixel
+    start = head + size * nth
+    covered = Or(pixel < size, And(pixel >= head, start <= pixel, pixel < start + size, start + size <= count),
+                 And(pixel >= count - size, count - size >= 0))
+    return holds(f"blocks of {size} overlap and cover each pixel", domain, covered)
 
 
 def nested_floors():
@@ -43,4 +43,4 @@ def offsets():
 
 
 if __name__ == "__main__":
-    sys.exit(0 if all([blocks(), nested_floors(), offsets()]) else 1)
+    sys.exit(0 if all([blocks(16), blocks(32), nested_floors(), offsets()]) else 1)
