@@ -14,6 +14,7 @@ import zlib
 
 EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "examples")
 PREFIX = b"CORVANE-MODEL"
+ONNX = b"\x08\x06" + b"\x12\x04make" + b"\x3a\x03\x12\x01g" + b"\x72\x08\x0a\x03own\x12\x01x"  # the least that is one
 FACE = [38.2946, 51.6963, 73.5318, 51.5014, 56.0252, 71.7366, 41.5493, 92.3655, 70.7299, 92.2041]
 
 
