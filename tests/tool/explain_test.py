@@ -9,7 +9,7 @@ import math
 import os
 import random
 
-from tool_case import EXAMPLES, FACE, ToolCase, main, png, write_npy
+from tool_case import FACE, ToolCase, main, png, write_npy
 from onnx_networks import Network
 
 CASES = int(os.environ.get("CORVANE_EXPLAIN_CASES", "60"))
