@@ -5,7 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <regex>
+#include <string>
+#include <vector>
 
 #include "tools/support/failure.h"
 #include "tools/support/files.h"
@@ -26,27 +27,41 @@ struct Header {
   std::size_t elements = 1;
 };
 
-// The header is a Python dictionary with these three keys; NumPy writes no other.
+// The value of a key in the header, a Python dictionary in which no value holds a quote or a
+// bracket: a string without its quotes, a tuple without its brackets, or a word. Empty where the
+// key is not.
+std::string ValueOf(const std::string& header, const std::string& key) {
+  std::size_t begin = header.find("'" + key + "'");
+  if (begin == std::string::npos) return "";
+  begin = header.find_first_not_of(": ", begin + key.size() + 2);
+  if (begin == std::string::npos) return "";
+  const char first = header[begin];
+  const bool is_enclosed = first == '\'' || first == '(';
+  const char* const ends = first == '\'' ? "'" : first == '(' ? ")" : ",} ";
+  if (is_enclosed) ++begin;
+  const std::size_t end = header.find_first_of(ends, begin);
+  return end == std::string::npos ? "" : header.substr(begin, end - begin);
+}
+
 Header ParseHeader(const std::string& path, const std::string& text) {
-  static const std::regex type(R"('descr'\s*:\s*'([<>|=])([biuf])([1248])')");
-  static const std::regex order(R"('fortran_order'\s*:\s*(True|False))");
-  static const std::regex shape(R"('shape'\s*:\s*\(([0-9, ]*)\))");
-  std::smatch type_match;
-  std::smatch order_match;
-  std::smatch shape_match;
-  if (!std::regex_search(text, type_match, type)) {
+  const std::string type = ValueOf(text, "descr");
+  const std::string order = ValueOf(text, "fortran_order");
+  const std::string extents = ValueOf(text, "shape");
+  const auto is_one_of = [](char c, const char* known) { return std::strchr(known, c) != nullptr; };
+  if (type.size() != 3 || !is_one_of(type[0], "<>|=") || !is_one_of(type[1], "biuf") ||
+      !is_one_of(type[2], "1248")) {
     throw Failure(path + ": no array of booleans, integers or floats: " + text.substr(0, 80));
   }
-  if (!std::regex_search(text, order_match, order) ||
-      !std::regex_search(text, shape_match, shape)) {
+  const bool has_shape = text.find("'shape'") != std::string::npos &&
+                         extents.find_first_not_of("0123456789, ") == std::string::npos;
+  if ((order != "True" && order != "False") || !has_shape) {
     throw Failure(path + ": bad .npy header: " + text.substr(0, 80));
   }
   Header header;
-  header.byte_order = *type_match[1].first;
-  header.kind = *type_match[2].first;
-  header.element_bytes = static_cast<std::size_t>(*type_match[3].first - '0');
-  header.is_fortran = order_match[1] == "True";
-  const std::string extents = shape_match[1];
+  header.byte_order = type[0];
+  header.kind = type[1];
+  header.element_bytes = static_cast<std::size_t>(type[2] - '0');
+  header.is_fortran = order == "True";
   for (std::size_t i = 0; i < extents.size(); ++i) {
     if (extents[i] == ' ' || extents[i] == ',') continue;
     uint64_t extent = 0;
