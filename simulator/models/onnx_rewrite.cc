@@ -8,34 +8,13 @@
 
 #include "simulator/models/onnx_fields.h"
 #include "simulator/models/protobuf_reader.h"
+#include "simulator/models/protobuf_writer.h"
 
 namespace rknn_sim {
 
 namespace {
 
 constexpr uint64_t kFloatKind = 1, kIntKind = 2, kIntsKind = 7;  // of attributes
-
-// ------------------------------------------------------------------------------- protobuf writing
-
-void AppendVarint(uint64_t value, String* bytes) {
-  for (; value >= 0x80; value >>= 7) *bytes += static_cast<char>(value | 0x80);
-  *bytes += static_cast<char>(value);
-}
-
-void AppendTag(uint64_t field, WireType type, String* bytes) {
-  AppendVarint(field << 3 | static_cast<uint64_t>(type), bytes);
-}
-
-void AppendBytes(uint64_t field, std::string_view content, String* bytes) {
-  AppendTag(field, WireType::kBytes, bytes);
-  AppendVarint(content.size(), bytes);
-  bytes->append(content.data(), content.size());
-}
-
-void AppendInt(uint64_t field, int64_t value, String* bytes) {
-  AppendTag(field, WireType::kVarint, bytes);
-  AppendVarint(static_cast<uint64_t>(value), bytes);
-}
 
 String Attribute(std::string_view name, uint64_t kind) {
   String attribute;

@@ -3,59 +3,11 @@
 #include <algorithm>
 
 #include "simulator/interface/report.h"
+#include "simulator/models/opencv_operator_list.h"
 
 namespace rknn_sim {
 
 namespace {
-
-// Shown right by ONNX's conformance data (tests/conformance.cc) or by simulator_networks_test.
-// Sorted.
-constexpr std::string_view kOperators[] = {"Abs",           "Acos",
-                                           "Acosh",         "Add",
-                                           "ArgMax",        "ArgMin",
-                                           "Asin",          "Asinh",
-                                           "Atan",          "Atanh",
-                                           "AveragePool",   "BatchNormalization",
-                                           "Cast",          "Ceil",
-                                           "Celu",          "Clip",
-                                           "Concat",        "Constant",
-                                           "Conv",          "ConvTranspose",
-                                           "Cos",           "Cosh",
-                                           "DepthToSpace",  "Div",
-                                           "Dropout",       "Elu",
-                                           "Erf",           "Exp",
-                                           "Expand",        "Flatten",
-                                           "Floor",         "Gather",
-                                           "Gemm",          "GlobalAveragePool",
-                                           "GlobalMaxPool", "Greater",
-                                           "HardSigmoid",   "HardSwish",
-                                           "Identity",      "InstanceNormalization",
-                                           "LRN",           "LeakyRelu",
-                                           "Less",          "Log",
-                                           "LogSoftmax",    "MatMul",
-                                           "Max",           "MaxPool",
-                                           "Min",           "Mul",
-                                           "Neg",           "PRelu",
-                                           "Pad",           "Pow",
-                                           "Reciprocal",    "ReduceL1",
-                                           "ReduceL2",      "ReduceLogSum",
-                                           "ReduceMax",     "ReduceMean",
-                                           "ReduceMin",     "ReduceProd",
-                                           "ReduceSum",     "ReduceSumSquare",
-                                           "Relu",          "Reshape",
-                                           "Resize",        "Round",
-                                           "Selu",          "Shape",
-                                           "Shrink",        "Sigmoid",
-                                           "Sign",          "Sin",
-                                           "Sinh",          "Slice",
-                                           "Softmax",       "Softplus",
-                                           "Softsign",      "SpaceToDepth",
-                                           "Split",         "Sqrt",
-                                           "Squeeze",       "Sub",
-                                           "Sum",           "Tan",
-                                           "Tanh",          "ThresholdedRelu",
-                                           "Transpose",     "Unsqueeze",
-                                           "Upsample"};
 
 // Of whole numbers: these only move them. Others would have to round, wrap or divide as integers.
 constexpr std::string_view kMovesIntegers[] = {

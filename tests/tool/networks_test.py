@@ -34,6 +34,23 @@ def average(planes, counts_padding):
     return result
 
 
+def doubled(plane, y, x):
+    """One of 4 x 8 pixels, between the four nearest of 2 x 4."""
+    def near(place, size):
+        centre = min(size - 1, max(0, (place + 0.5) / 2 - 0.5))
+        low = min(int(centre), size - 2)
+        return low, centre - low
+    (top, down), (left, right) = near(y, 2), near(x, 4)
+    return sum(plane[(top + j) * 4 + left + i] * (down if j else 1 - down) * (right if i else 1 - right)
+               for j in range(2) for i in range(2))
+
+
+def normalised(row):
+    mean = sum(row) / len(row)
+    deviation = math.sqrt(sum((v - mean) ** 2 for v in row) / len(row) + 1e-5)
+    return [(v - mean) / deviation for v in row]
+
+
 class NetworksTest(ToolCase):
     def setUp(self):
         super().setUp()
@@ -61,6 +78,9 @@ class NetworksTest(ToolCase):
         by_channels = [self.planes[c][i] / length[i] for c in range(3) for i in range(8)]
         low, high = tensor("low", [], [-0.5]), tensor("high", [], [1.0])
         axes = tensor("axes", [1], [1])
+        twice = tensor("twice", [4], [1.0, 1.0, 2.0, 2.0])
+        nearest = [self.planes[c][y // 2 * 4 + x // 2] for c in range(3) for y in range(4) for x in range(8)]
+        linear = [doubled(plane, y, x) for plane in self.planes for y in range(4) for x in range(8)]
         padded = {"kernel_shape": [3, 3], "pads": [1] * 4}
         for name, nodes, tensors, options, expected in [
             ("attention", attention, [tensor("rows", [3], [1, 3, 8]), tensor("root", [], [8.0])], {"shape": [1, 3, 8]},
@@ -86,6 +106,22 @@ class NetworksTest(ToolCase):
             ("length written out", [node("Mul", ["image", "image"], "q"), node("ReduceSum", ["q", "axes"], "s", keepdims=1),
                                     node("Sqrt", ["s"], "n"), node("Div", ["image", "n"], "y")], [axes], {}, by_channels),
             ("Unsqueeze by an input", [node("Unsqueeze", ["image", "axes"], "y")], [axes], {"shape": [1, 1, 3, 2, 4]}, self.values),
+            ("twice the size by the nearest", [node("Resize", ["image", "", "twice"], "y", mode="nearest",
+                                                    coordinate_transformation_mode="asymmetric", nearest_mode="floor")],
+             [twice], {"shape": [1, 3, 4, 8]}, nearest),
+            ("the same by Upsample", [node("Upsample", ["image", "twice"], "y", mode="nearest")], [twice],
+             {"shape": [1, 3, 4, 8], "opset": 9}, nearest),
+            ("twice the size, linear", [node("Resize", ["image", "", "twice"], "y", mode="linear",
+                                             coordinate_transformation_mode="half_pixel")], [twice], {"shape": [1, 3, 4, 8]}, linear),
+            ("instances normalised", [node("InstanceNormalization", ["image", "ones", "zeros"], "y", epsilon=1e-5)],
+             [tensor("ones", [3], [1.0] * 3), tensor("zeros", [3], [0.0] * 3)], {}, sum((normalised(row) for row in self.planes), [])),
+            ("a shape that is computed", [node("Shape", ["image"], "all"), node("Gather", ["all", "first"], "batch", axis=0),
+                                          node("Unsqueeze", ["batch", "front"], "batch1"),
+                                          node("Concat", ["batch1", "rest"], "wanted", axis=0),
+                                          node("Reshape", ["image", "wanted"], "y")],
+             [tensor("first", [], [0]), tensor("front", [1], [0]), tensor("rest", [1], [-1])], {"shape": [1, 24]}, self.values),
+            ("a mean that is expanded", [node("GlobalAveragePool", ["image"], "mean"), node("Expand", ["mean", "whole"], "y")],
+             [tensor("whole", [4], SHAPE)], {}, [sum(row) / 8 for row in self.planes for _ in range(8)]),
             ("Max of one", [node("Max", image, "y")], [], {}, self.values),
         ]:
             with self.subTest(name):

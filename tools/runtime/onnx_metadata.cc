@@ -4,6 +4,7 @@
 
 #include "simulator/models/onnx_fields.h"
 #include "simulator/models/protobuf_reader.h"
+#include "simulator/models/protobuf_writer.h"
 #include "tools/support/failure.h"
 
 namespace corvane_tool {
@@ -28,17 +29,6 @@ ProtobufReader ReaderOf(const std::vector<uint8_t>& onnx) {
   return ProtobufReader({reinterpret_cast<const char*>(onnx.data()), onnx.size()});
 }
 
-void AppendVarint(uint64_t value, std::string* bytes) {
-  for (; value >= 0x80; value >>= 7) *bytes += static_cast<char>(value | 0x80);
-  *bytes += static_cast<char>(value);
-}
-
-void AppendBytes(uint64_t field, const std::string& content, std::string* bytes) {
-  AppendVarint(field << 3 | static_cast<uint64_t>(rknn_sim::WireType::kBytes), bytes);
-  AppendVarint(content.size(), bytes);
-  *bytes += content;
-}
-
 }  // namespace
 
 std::vector<uint8_t> WithMetadata(const std::string& path, const std::vector<uint8_t>& onnx,
@@ -56,9 +46,9 @@ std::vector<uint8_t> WithMetadata(const std::string& path, const std::vector<uin
   for (const auto& property : properties) {
     if (property.second.empty()) continue;
     std::string entry;
-    AppendBytes(entry_field::kKey, property.first, &entry);
-    AppendBytes(entry_field::kValue, property.second, &entry);
-    AppendBytes(model_field::kMetadata, entry, &result);
+    rknn_sim::AppendBytes(entry_field::kKey, property.first, &entry);
+    rknn_sim::AppendBytes(entry_field::kValue, property.second, &entry);
+    rknn_sim::AppendBytes(model_field::kMetadata, entry, &result);
   }
   return {result.begin(), result.end()};
 }
