@@ -83,7 +83,7 @@ SETTING_MISTAKES = {
     "means order": (reversed_list("means"), "the means are in the other order"),
     "scales order": (reversed_list("scales"), "the scales are in the other order"),
     "both orders": (lambda r: reversed_list("scales")(reversed_list("means")(r)), "means and scales are in the other order"),
-    "means left out": (lambda r: r.changed(means=[0] * 3), "the means are those of"),
+    "means left out": (lambda r: r.changed(means=[0] * 3), "the means are 123.675,116.28,103.53"),
     "not normalised": (lambda r: r.changed(means=[0] * 3, scales=[1] * 3), "the normalisation is another"),
     "divisors": (lambda r: r.changed(scales=[1 / s for s in r.numbers("scales")]), "the scales are divisors"),
     "0 to 1": (scaled(means=1 / 255, scales=255), "means and scales are meant for pictures of 0 to 1"),

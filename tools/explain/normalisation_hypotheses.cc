@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <cstddef>
+#include <string>
 #include <utility>
 
 #include "tools/explain/hypotheses.h"
+#include "tools/settings/numbers.h"
 
 namespace corvane_tool {
 
@@ -173,7 +175,7 @@ void AddUsualConstants(int channels, std::vector<Hypothesis>* all) {
         std::string("the normalisation is another: ") + row.words, kMeans | kScales,
         [value](const Numbers&, const Numbers&) { return value; }, all);
     AddNormalisation(
-        std::string("the means are those of: ") + row.words, kMeans,
+        "the means are " + NumbersText(value.means.data(), count), kMeans,
         [value](const Numbers&, const Numbers& s) {
           return Normalisation{value.means, s};
         },
