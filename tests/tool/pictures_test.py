@@ -73,6 +73,9 @@ class PicturesTest(ToolCase):
             ("tall.png", "letterbox", [0, 60, 0, 0]),
         ]:
             self.assertEqual(self.values_from(picture, *run, rule), expected, (picture, rule))
+        # 8 to 6 has centres on edges, which Pillow puts on either side.
+        self.echo("1x1x1x6")
+        self.assertEqual(self.values_from("row.png", *run, "nearest"), [gray[i] for i in (0, 2, 3, 4, 5, 7)])
 
     def test_templates_exif_and_show(self):
         rgb = self.picture(140, 120)

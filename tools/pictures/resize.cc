@@ -45,14 +45,27 @@ Image Bilinear(const Image& picture, int width, int height) {
   return Warped(WithRim(picture), matrix, width, height);
 }
 
+// For each destination pixel the source pixel in which its centre lies. Centres on the edge between
+// two pixels are common (7 to 3), so the sum is made as Pillow makes it, step by step.
+std::vector<int> NearestPixels(int source, int destination) {
+  const double step = static_cast<double>(source) / destination;
+  std::vector<int> nearest(static_cast<std::size_t>(destination));
+  double place = step / 2;
+  for (int& pixel : nearest) {
+    pixel = std::min(static_cast<int>(place), source - 1);
+    place += step;
+  }
+  return nearest;
+}
+
 Image Nearest(const Image& picture, int width, int height) {
+  const std::vector<int> columns = NearestPixels(picture.width, width);
   Image result = Blank(width, height, 0);
   uint8_t* to = result.pixels.data();
-  for (int y = 0; y < height; ++y) {
-    const int64_t from_y = (int64_t{2} * y + 1) * picture.height / (int64_t{2} * height);
-    for (int x = 0; x < width; ++x, to += 3) {
-      const int64_t from_x = (int64_t{2} * x + 1) * picture.width / (int64_t{2} * width);
-      std::copy_n(PixelAt(picture, from_x, from_y), 3, to);
+  for (const int y : NearestPixels(picture.height, height)) {
+    for (const int x : columns) {
+      std::copy_n(PixelAt(picture, x, y), 3, to);
+      to += 3;
     }
   }
   return result;

@@ -14,7 +14,8 @@ enum class ResizeRule {
   kNone,
   kBilinear,   // between the four nearest pixels; a picture made smaller is sampled, not averaged
   kAntialias,  // bilinear, with a triangle as wide as the step: averages when made smaller
-  kNearest,    // the pixel in which the destination pixel's centre lies
+               // (Pillow's)
+  kNearest,    // the pixel in which the destination pixel's centre lies (Pillow's)
   kLetterbox,  // keeps the ratio: bilinear into the middle, black bars at two sides
 };
 
