@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "rknn_api.h"
-#include "simulator/models/onnx_fields.h"
-#include "simulator/models/protobuf_reader.h"
+#include "simulator/onnx/fields.h"
+#include "simulator/onnx/protobuf_reader.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 
 #include "control.h"
 #include "corvane/backend.h"
-#include "simulator/models/trial.h"
+#include "simulator/engines/trial.h"
 #include "tests/support/onnx_writer.h"
 #include "tests/support/temp_file.h"
 

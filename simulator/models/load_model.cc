@@ -6,9 +6,9 @@
 
 #include "simulator/control/script.h"
 #include "simulator/interface/report.h"
-#include "simulator/models/onnx_graph.h"
 #include "simulator/models/onnx_model.h"
 #include "simulator/models/text_model.h"
+#include "simulator/onnx/graph.h"
 
 namespace rknn_sim {
 

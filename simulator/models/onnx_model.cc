@@ -4,9 +4,9 @@
 #include <cstring>
 #include <utility>
 
+#include "simulator/engines/network.h"
 #include "simulator/interface/report.h"
 #include "simulator/interface/rknn_names.h"
-#include "simulator/models/onnx_network.h"
 #include "simulator/models/onnx_properties.h"
 #include "simulator/models/tensor_codec.h"
 

@@ -8,7 +8,7 @@
 #define CORVANE_SIMULATOR_MODELS_ONNX_PROPERTIES_H_
 
 #include "rknn_api.h"
-#include "simulator/models/onnx_graph.h"
+#include "simulator/onnx/graph.h"
 
 namespace rknn_sim {
 

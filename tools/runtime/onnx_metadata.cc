@@ -2,9 +2,9 @@
 
 #include <string_view>
 
-#include "simulator/models/onnx_fields.h"
-#include "simulator/models/protobuf_reader.h"
-#include "simulator/models/protobuf_writer.h"
+#include "simulator/onnx/fields.h"
+#include "simulator/onnx/protobuf_reader.h"
+#include "simulator/onnx/protobuf_writer.h"
 #include "tools/support/failure.h"
 
 namespace corvane_tool {

@@ -1,10 +1,10 @@
-#include "simulator/models/onnx_graph.h"
+#include "simulator/onnx/graph.h"
 
 #include <algorithm>
 
 #include "simulator/interface/report.h"
-#include "simulator/models/onnx_fields.h"
-#include "simulator/models/protobuf_reader.h"
+#include "simulator/onnx/fields.h"
+#include "simulator/onnx/protobuf_reader.h"
 
 namespace rknn_sim {
 

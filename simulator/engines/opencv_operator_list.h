@@ -1,6 +1,6 @@
 // The operators that OpenCV is known to compute right, as data.
-#ifndef CORVANE_SIMULATOR_MODELS_OPENCV_OPERATOR_LIST_H_
-#define CORVANE_SIMULATOR_MODELS_OPENCV_OPERATOR_LIST_H_
+#ifndef CORVANE_SIMULATOR_ENGINES_OPENCV_OPERATOR_LIST_H_
+#define CORVANE_SIMULATOR_ENGINES_OPENCV_OPERATOR_LIST_H_
 
 #include <string_view>
 
@@ -57,4 +57,4 @@ inline constexpr std::string_view kOperators[] = {"Abs",           "Acos",
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_OPENCV_OPERATOR_LIST_H_
+#endif  // CORVANE_SIMULATOR_ENGINES_OPENCV_OPERATOR_LIST_H_

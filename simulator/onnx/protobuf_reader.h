@@ -1,7 +1,7 @@
 // Reads protobuf's wire format in place: it copies nothing and never reads past the end. The
 // simulator reads ONNX models with it, and the tool changes their metadata.
-#ifndef CORVANE_SIMULATOR_MODELS_PROTOBUF_READER_H_
-#define CORVANE_SIMULATOR_MODELS_PROTOBUF_READER_H_
+#ifndef CORVANE_SIMULATOR_ONNX_PROTOBUF_READER_H_
+#define CORVANE_SIMULATOR_ONNX_PROTOBUF_READER_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -43,4 +43,4 @@ bool CutVarint(std::string_view* bytes, uint64_t* value);
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_PROTOBUF_READER_H_
+#endif  // CORVANE_SIMULATOR_ONNX_PROTOBUF_READER_H_

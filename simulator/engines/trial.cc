@@ -1,4 +1,4 @@
-#include "simulator/models/trial.h"
+#include "simulator/engines/trial.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,6 +1,6 @@
 // Field numbers of the ONNX messages that the simulator and the tool read.
-#ifndef CORVANE_SIMULATOR_MODELS_ONNX_FIELDS_H_
-#define CORVANE_SIMULATOR_MODELS_ONNX_FIELDS_H_
+#ifndef CORVANE_SIMULATOR_ONNX_FIELDS_H_
+#define CORVANE_SIMULATOR_ONNX_FIELDS_H_
 
 #include <cstdint>
 
@@ -38,4 +38,4 @@ constexpr uint64_t kKey = 1, kValue = 2;
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_ONNX_FIELDS_H_
+#endif  // CORVANE_SIMULATOR_ONNX_FIELDS_H_

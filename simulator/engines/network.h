@@ -1,10 +1,10 @@
 // The engine that computes an ONNX graph. OpenCV's dnn module is one; a build without it has none.
-#ifndef CORVANE_SIMULATOR_MODELS_ONNX_NETWORK_H_
-#define CORVANE_SIMULATOR_MODELS_ONNX_NETWORK_H_
+#ifndef CORVANE_SIMULATOR_ENGINES_NETWORK_H_
+#define CORVANE_SIMULATOR_ENGINES_NETWORK_H_
 
 #include <memory>
 
-#include "simulator/models/onnx_graph.h"
+#include "simulator/onnx/graph.h"
 
 namespace rknn_sim {
 
@@ -30,4 +30,4 @@ OnnxNetworkPointer LoadOnnxNetwork(const uint8_t* bytes, std::size_t size, const
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_ONNX_NETWORK_H_
+#endif  // CORVANE_SIMULATOR_ENGINES_NETWORK_H_

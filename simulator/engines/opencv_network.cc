@@ -7,12 +7,12 @@
 #include <vector>
 
 #include "simulator/control/environment.h"
+#include "simulator/engines/network.h"
+#include "simulator/engines/opencv_operators.h"
+#include "simulator/engines/opencv_rewrite.h"
+#include "simulator/engines/trial.h"
 #include "simulator/forever.h"
-#include "simulator/models/onnx_network.h"
-#include "simulator/models/onnx_nodes.h"
-#include "simulator/models/onnx_rewrite.h"
-#include "simulator/models/opencv_operators.h"
-#include "simulator/models/trial.h"
+#include "simulator/onnx/nodes.h"
 
 namespace rknn_sim {
 

@@ -1,6 +1,6 @@
 // Tries in a child process what may crash, hang or use all memory.
-#ifndef CORVANE_SIMULATOR_MODELS_TRIAL_H_
-#define CORVANE_SIMULATOR_MODELS_TRIAL_H_
+#ifndef CORVANE_SIMULATOR_ENGINES_TRIAL_H_
+#define CORVANE_SIMULATOR_ENGINES_TRIAL_H_
 
 #include "malloc_allocator.h"
 
@@ -13,4 +13,4 @@ bool TryInChild(bool (*action)(void* subject, String* why), void* subject, Strin
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_TRIAL_H_
+#endif  // CORVANE_SIMULATOR_ENGINES_TRIAL_H_

@@ -1,4 +1,4 @@
-#include "simulator/models/onnx_rewrite.h"
+#include "simulator/engines/opencv_rewrite.h"
 
 #include <algorithm>
 #include <cfloat>
@@ -6,9 +6,9 @@
 #include <iterator>
 #include <utility>
 
-#include "simulator/models/onnx_fields.h"
-#include "simulator/models/protobuf_reader.h"
-#include "simulator/models/protobuf_writer.h"
+#include "simulator/onnx/fields.h"
+#include "simulator/onnx/protobuf_reader.h"
+#include "simulator/onnx/protobuf_writer.h"
 
 namespace rknn_sim {
 

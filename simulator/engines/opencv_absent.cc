@@ -1,4 +1,4 @@
-#include "simulator/models/onnx_network.h"
+#include "simulator/engines/network.h"
 
 namespace rknn_sim {
 

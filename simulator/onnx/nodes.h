@@ -1,6 +1,6 @@
 // The operations of an ONNX graph, for what has to be known or changed before an engine gets it.
-#ifndef CORVANE_SIMULATOR_MODELS_ONNX_NODES_H_
-#define CORVANE_SIMULATOR_MODELS_ONNX_NODES_H_
+#ifndef CORVANE_SIMULATOR_ONNX_NODES_H_
+#define CORVANE_SIMULATOR_ONNX_NODES_H_
 
 #include <string_view>
 
@@ -55,4 +55,4 @@ bool ConstantFloats(std::string_view tensor, Vector<float>* numbers);
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_ONNX_NODES_H_
+#endif  // CORVANE_SIMULATOR_ONNX_NODES_H_

@@ -1,10 +1,10 @@
 // What OpenCV's dnn module computes as ONNX says. It takes more than that and answers wrongly
 // without a word; what is not known to be right is refused.
-#ifndef CORVANE_SIMULATOR_MODELS_OPENCV_OPERATORS_H_
-#define CORVANE_SIMULATOR_MODELS_OPENCV_OPERATORS_H_
+#ifndef CORVANE_SIMULATOR_ENGINES_OPENCV_OPERATORS_H_
+#define CORVANE_SIMULATOR_ENGINES_OPENCV_OPERATORS_H_
 
-#include "simulator/models/onnx_graph.h"
-#include "simulator/models/onnx_nodes.h"
+#include "simulator/onnx/graph.h"
+#include "simulator/onnx/nodes.h"
 
 namespace rknn_sim {
 
@@ -27,4 +27,4 @@ void RefuseNode(const OnnxNode& node, const char* what, String* why);
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_OPENCV_OPERATORS_H_
+#endif  // CORVANE_SIMULATOR_ENGINES_OPENCV_OPERATORS_H_

@@ -1,9 +1,9 @@
-#include "simulator/models/opencv_operators.h"
+#include "simulator/engines/opencv_operators.h"
 
 #include <algorithm>
 
+#include "simulator/engines/opencv_operator_list.h"
 #include "simulator/interface/report.h"
-#include "simulator/models/opencv_operator_list.h"
 
 namespace rknn_sim {
 

@@ -1,9 +1,9 @@
 // Writes an ONNX model anew in the older form that OpenCV's importer understands; what the model
 // computes stays the same.
-#ifndef CORVANE_SIMULATOR_MODELS_ONNX_REWRITE_H_
-#define CORVANE_SIMULATOR_MODELS_ONNX_REWRITE_H_
+#ifndef CORVANE_SIMULATOR_ENGINES_OPENCV_REWRITE_H_
+#define CORVANE_SIMULATOR_ENGINES_OPENCV_REWRITE_H_
 
-#include "simulator/models/onnx_nodes.h"
+#include "simulator/onnx/nodes.h"
 
 namespace rknn_sim {
 
@@ -20,4 +20,4 @@ bool TakesVectorsAsRows(const OnnxNodes& nodes);
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_ONNX_REWRITE_H_
+#endif  // CORVANE_SIMULATOR_ENGINES_OPENCV_REWRITE_H_

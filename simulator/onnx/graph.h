@@ -1,7 +1,7 @@
 // Reads what the runtime's interface needs from an ONNX file, and checks what the engine's importer
 // trusts. It needs no library.
-#ifndef CORVANE_SIMULATOR_MODELS_ONNX_GRAPH_H_
-#define CORVANE_SIMULATOR_MODELS_ONNX_GRAPH_H_
+#ifndef CORVANE_SIMULATOR_ONNX_GRAPH_H_
+#define CORVANE_SIMULATOR_ONNX_GRAPH_H_
 
 #include <string_view>
 
@@ -43,4 +43,4 @@ bool ReadOnnx(const uint8_t* bytes, std::size_t size, OnnxGraph* graph, String* 
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_ONNX_GRAPH_H_
+#endif  // CORVANE_SIMULATOR_ONNX_GRAPH_H_

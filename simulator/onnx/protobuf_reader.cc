@@ -1,4 +1,4 @@
-#include "simulator/models/protobuf_reader.h"
+#include "simulator/onnx/protobuf_reader.h"
 
 namespace rknn_sim {
 

@@ -1,12 +1,12 @@
 // Writes protobuf's wire format at the end of a string, of whatever allocator. The counterpart of
 // protobuf_reader.h.
-#ifndef CORVANE_SIMULATOR_MODELS_PROTOBUF_WRITER_H_
-#define CORVANE_SIMULATOR_MODELS_PROTOBUF_WRITER_H_
+#ifndef CORVANE_SIMULATOR_ONNX_PROTOBUF_WRITER_H_
+#define CORVANE_SIMULATOR_ONNX_PROTOBUF_WRITER_H_
 
 #include <cstdint>
 #include <string_view>
 
-#include "simulator/models/protobuf_reader.h"
+#include "simulator/onnx/protobuf_reader.h"
 
 namespace rknn_sim {
 
@@ -36,4 +36,4 @@ void AppendInt(uint64_t field, int64_t value, String* bytes) {
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_PROTOBUF_WRITER_H_
+#endif  // CORVANE_SIMULATOR_ONNX_PROTOBUF_WRITER_H_
