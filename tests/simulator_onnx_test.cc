@@ -415,23 +415,24 @@ TEST(SimulatorOnnx, SurvivesDamagedModels) {
 
 TEST(SimulatorTrial, KeepsWhateverHappensInTheChild) {
   using rknn_sim::String;
+  using rknn_sim::Trial;
   using Action = bool (*)(void*, String*);
   static int touched = 0;
   const struct {
     Action action;
-    bool result;
+    Trial result;
     const char* why;
   } rows[] = {
-      {[](void*, String*) { return ++touched == 1; }, true, ""},
+      {[](void*, String*) { return ++touched == 1; }, Trial::kDone, ""},
       {[](void* subject, String* why) {
          *why = static_cast<const char*>(subject);
          return false;
        },
-       false, "subject"},
-      {[](void*, String*) -> bool { throw 1; }, false, "out of memory"},
-      {[](void*, String*) { return raise(SIGSEGV) == 0; }, false, "crashed (signal 11,"},
-      {[](void*, String*) { return raise(SIGFPE) == 0; }, false, "crashed (signal 8,"},
-      {[](void*, String*) -> bool { _exit(0); }, false, "ended without a word"},
+       Trial::kRefused, "subject"},
+      {[](void*, String*) -> bool { throw 1; }, Trial::kEnded, "ran out of memory"},
+      {[](void*, String*) { return raise(SIGSEGV) == 0; }, Trial::kEnded, "crashed (signal 11,"},
+      {[](void*, String*) { return raise(SIGFPE) == 0; }, Trial::kEnded, "crashed (signal 8,"},
+      {[](void*, String*) -> bool { _exit(0); }, Trial::kEnded, "ended without a word"},
   };
   for (const auto& row : rows) {
     String why;

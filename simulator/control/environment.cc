@@ -6,17 +6,25 @@
 #include "simulator/control/call_log.h"
 #include "simulator/control/faults.h"
 #include "simulator/interface/report.h"
-#include "simulator/models/parse_number.h"
+#include "simulator/numbers/parse_number.h"
 
 namespace rknn_sim {
 
 namespace {
 
 int threads_wanted = 1;
+WantedEngine engine_wanted = WantedEngine::kAny;
+String onnxruntime_wanted;  // empty where none is named
 
 bool ParseThreads(std::string_view text, int* threads) {
   constexpr int kMaxThreads = 256;
   return ParseInteger(text, threads) && *threads >= 1 && *threads <= kMaxThreads;
+}
+
+bool ParseEngine(std::string_view text, WantedEngine* engine) {
+  if (text == "opencv") *engine = WantedEngine::kOpenCv;
+  if (text == "onnxruntime") *engine = WantedEngine::kOnnxRuntime;
+  return text.empty() || text == "opencv" || text == "onnxruntime";
 }
 
 bool Read() {
@@ -37,6 +45,14 @@ bool Read() {
     count = 1;
   }
   threads_wanted = count;
+  const char* path_of_onnxruntime = std::getenv("CORVANE_SIM_ONNXRUNTIME");
+  if (path_of_onnxruntime != nullptr) onnxruntime_wanted = path_of_onnxruntime;
+  if (!onnxruntime_wanted.empty()) engine_wanted = WantedEngine::kOnnxRuntime;
+  const char* engine = std::getenv("CORVANE_SIM_ENGINE");
+  if (engine != nullptr && !ParseEngine(engine, &engine_wanted)) {
+    Refuse(&why, "'%.60s' is not understood; wanted opencv or onnxruntime", engine);
+    ReportMisuse("CORVANE_SIM_ENGINE", RKNN_ERR_PARAM_INVALID, why.c_str());
+  }
   return true;
 }
 
@@ -50,6 +66,16 @@ void ReadEnvironmentOnce() {
 int ThreadsWanted() {
   ReadEnvironmentOnce();
   return threads_wanted;
+}
+
+WantedEngine EngineWanted() {
+  ReadEnvironmentOnce();
+  return engine_wanted;
+}
+
+const char* OnnxRuntimeWanted() {
+  ReadEnvironmentOnce();
+  return onnxruntime_wanted.empty() ? nullptr : onnxruntime_wanted.c_str();
 }
 
 }  // namespace rknn_sim

@@ -2,11 +2,9 @@
 
 namespace rknn_sim {
 
-OnnxNetworkPointer LoadOnnxNetwork(const uint8_t*, std::size_t, const OnnxGraph&, String* why) {
-  *why =
-      "the model is ONNX, which this simulator was built without; wanted one built where OpenCV's "
-      "dnn module is (Debian: libopencv-dnn-dev)";
-  return nullptr;
+bool FindOpenCv(OnnxEngine*, String* why) {
+  *why = "this simulator was built without OpenCV's dnn module (Debian: libopencv-dnn-dev)";
+  return false;
 }
 
 }  // namespace rknn_sim

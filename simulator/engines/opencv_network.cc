@@ -1,8 +1,7 @@
 #include <algorithm>
-#include <mutex>
+#include <cstdio>
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/dnn.hpp>
-#include <shared_mutex>
 #include <string>
 #include <vector>
 
@@ -10,8 +9,6 @@
 #include "simulator/engines/network.h"
 #include "simulator/engines/opencv_operators.h"
 #include "simulator/engines/opencv_rewrite.h"
-#include "simulator/engines/trial.h"
-#include "simulator/forever.h"
 #include "simulator/onnx/nodes.h"
 
 namespace rknn_sim {
@@ -32,10 +29,6 @@ class QuietOpenCv {
   LogLevel level_;
 };
 
-// Networks run in parallel, but none runs while one is loaded: the child process of the trial must
-// not inherit a lock of OpenCV's that another thread holds.
-Forever<std::shared_mutex> loading_or_running;
-
 class OpenCvNetwork final : public OnnxNetwork {
  public:
   OpenCvNetwork(const String& model, const OnnxGraph& graph, const OnnxNodes& nodes)
@@ -47,6 +40,7 @@ class OpenCvNetwork final : public OnnxNetwork {
       input_names_.emplace_back(input.name.data(), input.name.size());
       input_dims_.emplace_back(input.dims.begin(), input.dims.end());
       std::vector<int>& dims = input_dims_.back();
+      if (dims.empty()) dims.push_back(1);  // a scalar
       if (dims.size() == 1 && TakesVectorsAsRows(nodes)) dims.insert(dims.begin(), 1);
     }
     for (const OnnxTensor& output : graph.outputs) {
@@ -130,16 +124,8 @@ bool Guarded(const char* what, String* why, Action action) {
 }
 
 bool OpenCvNetwork::Run(const Vector<Vector<float>>& inputs, String* why) {
-  const std::shared_lock<std::shared_mutex> lock(*loading_or_running);
   return Guarded("run", why, [&] { RunOrThrow(inputs); });
 }
-
-struct Loading {
-  const String* model;
-  const OnnxNodes* nodes;
-  const OnnxGraph* graph;
-  std::unique_ptr<OpenCvNetwork> network;
-};
 
 // Null where there is none.
 const OnnxNode* FindWrongSoftmax(const OnnxNodes& nodes, OpenCvNetwork* network) {
@@ -151,50 +137,45 @@ const OnnxNode* FindWrongSoftmax(const OnnxNodes& nodes, OpenCvNetwork* network)
   return nullptr;
 }
 
-bool LoadAndRun(void* subject, String* why) {
-  auto& loading = *static_cast<Loading*>(subject);
-  Vector<Vector<float>> zeros;
-  for (const OnnxTensor& input : loading.graph->inputs) {
-    std::size_t elements = 1;
-    for (const int64_t dim : input.dims) elements *= static_cast<std::size_t>(dim);
-    zeros.emplace_back(elements, 0.0f);
+Vector<String> Problems(const OnnxFile& file) {
+  return OperatorProblems(ReadOnnxNodes(file.bytes), *file.graph);
+}
+
+std::unique_ptr<OnnxNetwork> LoadOnOpenCv(const OnnxFile& file, String* why) {
+  const OnnxNodes nodes = ReadOnnxNodes(file.bytes);
+  const Vector<String> problems = OperatorProblems(nodes, *file.graph);
+  if (!problems.empty()) {
+    *why = problems[0];
+    if (problems.size() == 1) return nullptr;
+    char others[40];
+    std::snprintf(others, sizeof(others), " (and %zu other nodes)", problems.size() - 1);
+    *why += others;
+    return nullptr;
   }
+  const String model = RewriteOnnx(file.bytes, nodes, ProducerFor(nodes));
+  cv::setNumThreads(ThreadsWanted());
   const QuietOpenCv quiet;
+  std::unique_ptr<OpenCvNetwork> network;
+  const auto load = [&] { network = std::make_unique<OpenCvNetwork>(model, *file.graph, nodes); };
+  if (!Guarded("load", why, load) || !RunFirst(*file.graph, network.get(), why)) return nullptr;
   const OnnxNode* wrong_softmax = nullptr;
-  const bool is_loaded = Guarded("load", why, [&] {
-    loading.network =
-        std::make_unique<OpenCvNetwork>(*loading.model, *loading.graph, *loading.nodes);
-    loading.network->RunOrThrow(zeros);
-    wrong_softmax = FindWrongSoftmax(*loading.nodes, loading.network.get());
-  });
-  if (wrong_softmax == nullptr) return is_loaded;
-  RefuseNode(*wrong_softmax,
-             "flattens several dimensions, as it did before opset 13; export it with opset 13",
-             why);
-  return false;
+  const auto find = [&] { wrong_softmax = FindWrongSoftmax(nodes, network.get()); };
+  if (!Guarded("load", why, find)) return nullptr;
+  if (wrong_softmax == nullptr) return network;
+  *why = NodeProblem(*wrong_softmax,
+                     "flattens several dimensions, as it did before opset 13; export it with "
+                     "opset 13");
+  return nullptr;
 }
 
 }  // namespace
 
-OnnxNetworkPointer LoadOnnxNetwork(const uint8_t* bytes, std::size_t size, const OnnxGraph& graph,
-                                   String* why) {
-  const std::string_view original(reinterpret_cast<const char*>(bytes), size);
-  const OnnxNodes nodes = ReadOnnxNodes(original);
-  if (!CheckOperators(nodes, graph, why)) return nullptr;
-  const String model = RewriteOnnx(original, nodes, ProducerFor(nodes));
-  const std::unique_lock<std::shared_mutex> lock(*loading_or_running);
-  cv::setNumThreads(ThreadsWanted());
-  Loading loading = {&model, &nodes, &graph, nullptr};
-  // OpenCV's importer trusts a model's operations and attributes: with some it reads past its
-  // buffers, divides by zero or asks for all memory.
-  String reason;
-  if (!TryInChild(LoadAndRun, &loading, &reason)) {
-    const bool is_own = reason.compare(0, 6, "OpenCV") == 0 || reason.compare(0, 4, "node") == 0;
-    *why = is_own ? reason : "OpenCV's import of this ONNX model " + reason;
-    return nullptr;
-  }
-  if (!LoadAndRun(&loading, why)) return nullptr;
-  return std::move(loading.network);
+bool FindOpenCv(OnnxEngine* engine, String*) {
+  engine->name = String("OpenCV ") + cv::getVersionString().c_str();
+  engine->may_be_wrong = true;
+  engine->load = LoadOnOpenCv;
+  engine->problems = Problems;
+  return true;
 }
 
 }  // namespace rknn_sim

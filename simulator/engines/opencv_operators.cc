@@ -229,18 +229,21 @@ bool CountsPadding(const OnnxNode& node) { return node.IntOr("count_include_pad"
 
 }  // namespace
 
-void RefuseNode(const OnnxNode& node, const char* what, String* why) {
+String NodeProblem(const OnnxNode& node, const char* what) {
   const auto shown = [](std::string_view text) {
     return static_cast<int>(std::min<std::size_t>(text.size(), 60));
   };
   const std::string_view name = !node.name.empty()  ? node.name
                                 : node.HasOutput(0) ? node.outputs[0]
                                                     : std::string_view("?");
-  Refuse(why, "node '%.*s' (%.*s) %s", shown(name), name.data(), shown(node.op), node.op.data(),
-         what);
+  String problem;
+  Refuse(&problem, "node '%.*s' (%.*s) %s", shown(name), name.data(), shown(node.op),
+         node.op.data(), what);
+  return problem;
 }
 
-bool CheckOperators(const OnnxNodes& nodes, const OnnxGraph& graph, String* why) {
+Vector<String> OperatorProblems(const OnnxNodes& nodes, const OnnxGraph& graph) {
+  Vector<String> problems;
   Checker checker(nodes, graph);
   const OnnxNode* padded = nullptr;
   for (const OnnxNode& node : nodes.nodes) {
@@ -252,11 +255,9 @@ bool CheckOperators(const OnnxNodes& nodes, const OnnxGraph& graph, String* why)
       }
       padded = &node;
     }
-    if (problem == nullptr) continue;
-    RefuseNode(node, problem, why);
-    return false;
+    if (problem != nullptr) problems.push_back(NodeProblem(node, problem));
   }
-  return true;
+  return problems;
 }
 
 std::string_view ProducerFor(const OnnxNodes& nodes) {

@@ -8,8 +8,9 @@
 
 namespace rknn_sim {
 
-// False with the node, its operator, what is wrong with it, and a cure.
-bool CheckOperators(const OnnxNodes& nodes, const OnnxGraph& graph, String* why);
+// For each node that is not known to be right: the node, its operator, what is wrong with it, and a
+// cure.
+Vector<String> OperatorProblems(const OnnxNodes& nodes, const OnnxGraph& graph);
 
 // OpenCV averages over the padding if and only if the file says that PyTorch wrote it. The producer
 // that gives what the nodes ask for; the file's own where no node depends on it.
@@ -22,8 +23,8 @@ bool MayFuse(const OnnxNodes& nodes);
 // one. True if that is the same for an output of these sizes.
 bool IsSoftmaxOverOneAxis(const OnnxNode& node, int64_t opset, const Vector<int64_t>& dims);
 
-// "node 'NAME' (OPERATOR): what"
-void RefuseNode(const OnnxNode& node, const char* what, String* why);
+// "node 'NAME' (OPERATOR) what"
+String NodeProblem(const OnnxNode& node, const char* what);
 
 }  // namespace rknn_sim
 

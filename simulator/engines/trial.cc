@@ -23,7 +23,7 @@ constexpr std::size_t kMaxText = 500;
 
 // The child writes one byte for the outcome, then the reason, in one write that a pipe never
 // splits.
-constexpr char kDone = 'y', kRefused = 'n';
+constexpr char kDone = 'y', kRefused = 'n', kEnded = 'e';
 
 void Limit(int resource, rlim_t wanted) {
   rlimit limit = {};
@@ -55,15 +55,16 @@ void LimitMemory() {
   const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
   if (nowhere >= 0) dup2(nowhere, STDERR_FILENO);
 
-  char reply[1 + kMaxText] = {kRefused};
+  char reply[1 + kMaxText];
   std::size_t length = 0;
   try {
     String why;
-    if (action(subject, &why)) reply[0] = kDone;
+    reply[0] = action(subject, &why) ? kDone : kRefused;
     length = std::min(why.size(), kMaxText);
     std::memcpy(reply + 1, why.data(), length);
   } catch (...) {
-    length = static_cast<std::size_t>(std::snprintf(reply + 1, kMaxText, "out of memory"));
+    reply[0] = kEnded;
+    length = static_cast<std::size_t>(std::snprintf(reply + 1, kMaxText, "ran out of memory"));
   }
   const bool is_written = write(to_parent, reply, 1 + length) > 0;
   _exit(is_written ? 0 : 1);
@@ -80,11 +81,11 @@ void DescribeEnd(bool is_known, int status, String* why) {
 
 }  // namespace
 
-bool TryInChild(bool (*action)(void*, String*), void* subject, String* why) {
+Trial TryInChild(bool (*action)(void*, String*), void* subject, String* why) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) {
     *why = "cannot be tried: there is no pipe";
-    return false;
+    return Trial::kEnded;
   }
   const pid_t child = fork();
   if (child == 0) BeChild(ends[1], action, subject);
@@ -92,7 +93,7 @@ bool TryInChild(bool (*action)(void*, String*), void* subject, String* why) {
   if (child < 0) {
     close(ends[0]);
     *why = "cannot be tried: there is no process";
-    return false;
+    return Trial::kEnded;
   }
 
   // The pipe's end is not enough: a process that another thread forks now holds it open, too.
@@ -122,14 +123,16 @@ bool TryInChild(bool (*action)(void*, String*), void* subject, String* why) {
 
   if (length > 0) {
     why->assign(reply + 1, static_cast<std::size_t>(length) - 1);
-    return reply[0] == kDone;
+    return reply[0] == kDone      ? Trial::kDone
+           : reply[0] == kRefused ? Trial::kRefused
+                                  : Trial::kEnded;
   }
   if (is_late) {
     *why = "took more than a minute";
   } else {
     DescribeEnd(ended == child, status, why);
   }
-  return false;
+  return Trial::kEnded;
 }
 
 }  // namespace rknn_sim

@@ -6,7 +6,7 @@
 
 #include "simulator/forever.h"
 #include "simulator/interface/rknn_names.h"
-#include "simulator/models/tensor_codec.h"
+#include "simulator/numbers/tensor_codec.h"
 
 namespace rknn_sim {
 

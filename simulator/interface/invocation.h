@@ -2,6 +2,8 @@
 #ifndef CORVANE_SIMULATOR_INTERFACE_INVOCATION_H_
 #define CORVANE_SIMULATOR_INTERFACE_INVOCATION_H_
 
+#include <cfenv>
+
 #include "simulator/control/call_log.h"
 #include "simulator/control/script.h"
 #include "simulator/control/trace.h"
@@ -43,9 +45,22 @@ class Invocation {
   CallLog::Clock::time_point begin_;
 };
 
+// Keeps the calling thread's floating-point mode, which an engine may change.
+class FloatingPointModeKept {
+ public:
+  FloatingPointModeKept() { std::fegetenv(&mode_); }
+  ~FloatingPointModeKept() { std::fesetenv(&mode_); }
+  FloatingPointModeKept(const FloatingPointModeKept&) = delete;
+  FloatingPointModeKept& operator=(const FloatingPointModeKept&) = delete;
+
+ private:
+  std::fenv_t mode_;
+};
+
 // Runs body(invocation) as one call; no exception leaves it.
 template <typename Body>
 int Invoke(Function function, rknn_context handle, Body body) noexcept {
+  const FloatingPointModeKept mode;
   try {
     Invocation invocation(function, handle);
     try {

@@ -1,6 +1,7 @@
 // The runtime's C functions: each records what it was handed, has it checked, meets what a test has
 // scripted, and then does its work.
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -105,8 +106,9 @@ int Query(Invocation& call, Context& context, uint32_t command, void* info, uint
     rknn_sdk_version version = {};
     std::strncpy(version.api_version, "corvane simulator " RKNN_SIM_VERSION,
                  sizeof(version.api_version) - 1);
-    std::strncpy(version.drv_version, "none: a simulator on the CPU, no NPU",
-                 sizeof(version.drv_version) - 1);
+    const char* const engine = context.model->computed_by();
+    std::snprintf(version.drv_version, sizeof(version.drv_version), "none: %s on the CPU, no NPU",
+                  engine != nullptr ? engine : "a simulator");
     Answer(info, version);
   }
   return RKNN_SUCC;

@@ -26,6 +26,9 @@ class ExecutableModel {
   const Vector<rknn_tensor_attr>& inputs() const { return inputs_; }
   const Vector<rknn_tensor_attr>& outputs() const { return outputs_; }
 
+  // The engine that computes the outputs; null where nothing is computed.
+  virtual const char* computed_by() const { return nullptr; }
+
   // Whether the outputs depend on input i: if not, its buffer is neither kept nor decoded.
   virtual bool NeedsInput(uint32_t i) const = 0;
 

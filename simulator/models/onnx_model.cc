@@ -1,14 +1,15 @@
 #include "simulator/models/onnx_model.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <utility>
 
-#include "simulator/engines/network.h"
+#include "simulator/engines/load_network.h"
 #include "simulator/interface/report.h"
 #include "simulator/interface/rknn_names.h"
 #include "simulator/models/onnx_properties.h"
-#include "simulator/models/tensor_codec.h"
+#include "simulator/numbers/tensor_codec.h"
 
 namespace rknn_sim {
 
@@ -36,32 +37,25 @@ bool SetDims(const Vector<int64_t>& dims, rknn_tensor_attr* attr) {
   return true;
 }
 
-bool IsSameButForOnes(Vector<int64_t> a, Vector<int64_t> b) {
-  a.erase(std::remove(a.begin(), a.end(), 1), a.end());
-  b.erase(std::remove(b.begin(), b.end(), 1), b.end());
-  return a == b;
+// Whether the sizes are the attribute's, but for those of 1.
+bool HasDims(const rknn_tensor_attr& attr, Vector<int64_t> dims) {
+  Vector<int64_t> wanted(attr.dims, attr.dims + attr.n_dims);
+  std::reverse(wanted.begin(), wanted.end());
+  wanted.erase(std::remove(wanted.begin(), wanted.end(), 1), wanted.end());
+  dims.erase(std::remove(dims.begin(), dims.end(), 1), dims.end());
+  return dims == wanted;
 }
 
-bool NativeType(uint64_t onnx_type, rknn_tensor_type* type) {
-  switch (onnx_type) {
-    case kOnnxFloat:
-      *type = RKNN_TENSOR_FLOAT32;
-      return true;
-    case kOnnxFloat16:
-      *type = RKNN_TENSOR_FLOAT16;
-      return true;
-    case kOnnxInt8:
-      *type = RKNN_TENSOR_INT8;
-      return true;
-    case kOnnxUint8:
-      *type = RKNN_TENSOR_UINT8;
-      return true;
-    case kOnnxInt16:
-      *type = RKNN_TENSOR_INT16;
-      return true;
-    default:
-      return false;
+// "1x3x112x112", as ONNX has them.
+String SizesText(const Vector<int64_t>& dims) {
+  String text;
+  for (const int64_t dim : dims) {
+    char number[24];
+    std::snprintf(number, sizeof(number), "%s%lld", text.empty() ? "" : "x",
+                  static_cast<long long>(dim));
+    text += number;
   }
+  return text.empty() ? String("a scalar") : text;
 }
 
 bool DescribeInput(OnnxTensor* input, rknn_tensor_attr* attr, String* why) {
@@ -74,21 +68,22 @@ bool DescribeInput(OnnxTensor* input, rknn_tensor_attr* attr, String* why) {
                   "int8, uint8 or int16",
                   shown, input->name.data(), static_cast<unsigned long long>(input->type));
   }
-  if (!input->has_shape || input->dims.empty()) {
+  if (!input->has_shape) {
     return Refuse(why, "the model's input '%.*s' has no shape; wanted its sizes", shown,
                   input->name.data());
   }
   // An open batch is one image.
-  if (input->dims[0] == kOpenDim || input->dims[0] == 0) input->dims[0] = 1;
-  const auto open = std::find(input->dims.begin() + 1, input->dims.end(), kOpenDim);
+  const bool is_scalar = input->dims.empty();
+  if (!is_scalar && (input->dims[0] == kOpenDim || input->dims[0] == 0)) input->dims[0] = 1;
+  const auto open = std::find(input->dims.begin(), input->dims.end(), kOpenDim);
   if (open != input->dims.end()) {
     return Refuse(why, "the model's input '%.*s' leaves dimension %d open; wanted a fixed size",
                   shown, input->name.data(), static_cast<int>(open - input->dims.begin()));
   }
   if (SetDims(input->dims, attr)) return true;
   return Refuse(why,
-                "the model's input '%.*s' has no possible shape; wanted 1 to 16 dimensions and at "
-                "most 2^26 elements",
+                "the model's input '%.*s' has no possible shape; wanted at most 16 dimensions "
+                "and 2^26 elements",
                 shown, input->name.data());
 }
 
@@ -119,9 +114,12 @@ class OnnxModel final : public ExecutableModel {
     }
     if (elements > kMaxElements)
       return Refuse(why, "the model's inputs have more than 2^26 elements");
-    network_ = LoadOnnxNetwork(bytes, size, graph, why);
+    const std::string_view file(reinterpret_cast<const char*>(bytes), size);
+    network_ = LoadedNetwork::Load({file, &graph}, why);
     return network_ != nullptr && DescribeOutputs(graph, why);
   }
+
+  const char* computed_by() const override { return network_->engine().name.c_str(); }
 
   bool NeedsInput(uint32_t) const override { return true; }
 
@@ -143,15 +141,19 @@ class OnnxModel final : public ExecutableModel {
   int Run(const Vector<Vector<float>>& inputs, String* why) override {
     if (!network_->Run(inputs, why)) return RKNN_ERR_FAIL;
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
-      if (network_->OutputElements(i) == outputs_[i].n_elems) continue;
-      Refuse(why, "output %zu has %zu elements; wanted %u, as at rknn_init", i,
-             network_->OutputElements(i), outputs_[i].n_elems);
+      const Vector<int64_t> dims = network_->outputs().OutputDims(i);
+      const rknn_tensor_attr& attr = outputs_[i];
+      if (HasDims(attr, dims)) continue;
+      Vector<int64_t> wanted(attr.dims, attr.dims + attr.n_dims);
+      std::reverse(wanted.begin(), wanted.end());
+      Refuse(why, "output %zu is %s; wanted %s, as at rknn_init", i, SizesText(dims).c_str(),
+             SizesText(wanted).c_str());
       return RKNN_ERR_FAIL;
     }
     return RKNN_SUCC;
   }
 
-  void CopyOutput(uint32_t i, float* to) const override { network_->CopyOutput(i, to); }
+  void CopyOutput(uint32_t i, float* to) const override { network_->outputs().CopyOutput(i, to); }
 
  private:
   // As declared where the file fixes the sizes, else as the network's first run had them.
@@ -162,23 +164,22 @@ class OnnxModel final : public ExecutableModel {
       attr.index = static_cast<uint32_t>(outputs_.size());
       SetName(output.name, &attr);
       attr.scale = 1.0f;
-      const std::size_t actual = network_->OutputElements(outputs_.size());
+      const Vector<int64_t> computed = network_->outputs().OutputDims(outputs_.size());
       const bool is_declared = output.has_shape && SetDims(output.dims, &attr);
-      if (is_declared && !IsSameButForOnes(output.dims, network_->OutputDims(outputs_.size()))) {
+      // Another input may give the declared sizes, if the engine is one that computes them right.
+      if (is_declared && network_->engine().may_be_wrong && !HasDims(attr, computed)) {
         return Refuse(
             why,
             "the model's output '%.*s' has other sizes than the file declares; the engine "
             "computes something else, or the declaration is wrong",
             Shown(output.name), output.name.data());
       }
-      if (!is_declared || attr.n_elems != actual) {
-        std::fill(std::begin(attr.dims), std::end(attr.dims), 0);
-        if (!SetDims(network_->OutputDims(outputs_.size()), &attr)) {
-          return Refuse(why,
-                        "the model's output '%.*s' has %zu elements; wanted 1 to 2^26 in at most "
-                        "16 dimensions",
-                        Shown(output.name), output.name.data(), actual);
-        }
+      if (!is_declared && !SetDims(computed, &attr)) {
+        return Refuse(why,
+                      "the model's output '%.*s' has %zu elements; wanted 1 to 2^26 in at most "
+                      "16 dimensions",
+                      Shown(output.name), output.name.data(),
+                      network_->outputs().OutputElements(outputs_.size()));
       }
       SetBytes(&attr);
       elements += attr.n_elems;
@@ -189,7 +190,7 @@ class OnnxModel final : public ExecutableModel {
   }
 
   OnnxInputProperties properties_;
-  OnnxNetworkPointer network_;
+  std::unique_ptr<LoadedNetwork> network_;
 };
 
 }  // namespace

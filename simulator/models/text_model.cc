@@ -7,7 +7,7 @@
 
 #include "simulator/interface/rknn_names.h"
 #include "simulator/models/model.h"
-#include "simulator/models/parse_number.h"
+#include "simulator/numbers/parse_number.h"
 
 namespace rknn_sim {
 

@@ -1,4 +1,4 @@
-#include "simulator/models/parse_number.h"
+#include "simulator/numbers/parse_number.h"
 
 #include <locale.h>
 

@@ -1,6 +1,6 @@
 // Elements of a tensor as numbers, and back.
-#ifndef CORVANE_SIMULATOR_MODELS_TENSOR_CODEC_H_
-#define CORVANE_SIMULATOR_MODELS_TENSOR_CODEC_H_
+#ifndef CORVANE_SIMULATOR_NUMBERS_TENSOR_CODEC_H_
+#define CORVANE_SIMULATOR_NUMBERS_TENSOR_CODEC_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -16,6 +16,8 @@ namespace rknn_sim {
 void DecodeInput(const rknn_tensor_attr& attr, const rknn_input& input, const uint8_t* bytes,
                  Vector<float>* numbers);
 
+float HalfToFloat(uint16_t half);
+
 // Rounds numbers to what the native type can hold: half-precision or quantised values. Float32 and
 // integers without quantisation leave them unchanged.
 void RoundToNative(const rknn_tensor_attr& attr, Vector<float>* numbers);
@@ -27,4 +29,4 @@ void EncodeNative(const rknn_tensor_attr& attr, const float* numbers, std::size_
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_TENSOR_CODEC_H_
+#endif  // CORVANE_SIMULATOR_NUMBERS_TENSOR_CODEC_H_

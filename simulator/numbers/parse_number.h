@@ -1,6 +1,6 @@
 // Numbers in model files, the same in every locale.
-#ifndef CORVANE_SIMULATOR_MODELS_PARSE_NUMBER_H_
-#define CORVANE_SIMULATOR_MODELS_PARSE_NUMBER_H_
+#ifndef CORVANE_SIMULATOR_NUMBERS_PARSE_NUMBER_H_
+#define CORVANE_SIMULATOR_NUMBERS_PARSE_NUMBER_H_
 
 #include <charconv>
 #include <string_view>
@@ -22,4 +22,4 @@ bool ParseFloat(std::string_view text, float* value);
 
 }  // namespace rknn_sim
 
-#endif  // CORVANE_SIMULATOR_MODELS_PARSE_NUMBER_H_
+#endif  // CORVANE_SIMULATOR_NUMBERS_PARSE_NUMBER_H_

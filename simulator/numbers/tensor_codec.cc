@@ -1,4 +1,4 @@
-#include "simulator/models/tensor_codec.h"
+#include "simulator/numbers/tensor_codec.h"
 
 #include <algorithm>
 #include <cmath>
@@ -21,15 +21,6 @@ float FloatOf(uint32_t bits) {
   float value;
   std::memcpy(&value, &bits, sizeof(value));
   return value;
-}
-
-float HalfToFloat(uint16_t half) {
-  const uint32_t sign = static_cast<uint32_t>(half & 0x8000) << 16;
-  const uint32_t exponent = (half >> 10) & 0x1f, fraction = half & 0x3ff;
-  if (exponent == 0x1f) return FloatOf(sign | 0x7f800000 | (fraction << 13));
-  if (exponent != 0) return FloatOf(sign | ((exponent + 112) << 23) | (fraction << 13));
-  const float magnitude = static_cast<float>(fraction) * 0x1p-24f;  // a normal float, or 0
-  return FloatOf(sign | BitsOf(magnitude));
 }
 
 uint16_t NearestHalf(float value) {
@@ -120,6 +111,15 @@ void Relayout(const rknn_tensor_attr& attr, rknn_tensor_format from, Vector<floa
 }
 
 }  // namespace
+
+float HalfToFloat(uint16_t half) {
+  const uint32_t sign = static_cast<uint32_t>(half & 0x8000) << 16;
+  const uint32_t exponent = (half >> 10) & 0x1f, fraction = half & 0x3ff;
+  if (exponent == 0x1f) return FloatOf(sign | 0x7f800000 | (fraction << 13));
+  if (exponent != 0) return FloatOf(sign | ((exponent + 112) << 23) | (fraction << 13));
+  const float magnitude = static_cast<float>(fraction) * 0x1p-24f;  // a normal float, or 0
+  return FloatOf(sign | BitsOf(magnitude));
+}
 
 void DecodeInput(const rknn_tensor_attr& attr, const rknn_input& input, const uint8_t* bytes,
                  Vector<float>* numbers) {
