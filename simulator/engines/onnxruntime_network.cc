@@ -179,8 +179,8 @@ class OnnxRuntimeNetwork final : public OnnxNetwork {
   static bool TakeOutput(Value* value, const String& name, Result* result, String* why) {
     const char* const what = "run";
     int is_tensor = 0;
-    if (value == nullptr || !IsDone(what, Library::Call(kIsTensor, value, &is_tensor), why) ||
-        is_tensor == 0) {
+    if (!IsDone(what, Library::Call(kIsTensor, value, &is_tensor), why)) return false;
+    if (is_tensor == 0) {
       return Refuse(why, "the model's output '%.60s' is no tensor", name.c_str());
     }
     TensorInfoPointer info;

@@ -44,12 +44,19 @@ class Reader {
         graph_bytes = field.bytes;
       } else if (field.IsBytes(model_field::kMetadata)) {
         return Property(field.bytes, graph);
+      } else if (field.IsBytes(model_field::kFunction)) {
+        return Function(field.bytes);
+      } else if (field.IsBytes(model_field::kTraining)) {
+        return Refuse(why_, "the model is one for training; wanted it exported for inference");
       }
       return true;
     });
     if (!is_walked) return false;
     if (!has_graph) return Refuse(why_, "the model has no graph; wanted one");
-    return Graph(graph_bytes, 0, graph);
+    if (!Graph(graph_bytes, 0, graph)) return false;
+    if (!has_recurrent_node_ || empty_matrix_.empty()) return true;
+    return Refuse(why_, "the constant '%.60s' is empty; wanted elements, in a model with RNNs",
+                  empty_matrix_.c_str());
   }
 
  private:
@@ -89,6 +96,7 @@ class Reader {
         constants.emplace_back();
         return Constant(field.bytes, &constants.back());
       }
+      if (field.IsBytes(graph_field::kSparseInitializer)) return SparseConstant();
       if (graph == nullptr) return true;
       if (field.IsBytes(graph_field::kInput)) return Value(field.bytes, &graph->inputs);
       if (field.IsBytes(graph_field::kOutput)) return Value(field.bytes, &graph->outputs);
@@ -105,14 +113,27 @@ class Reader {
     return true;
   }
 
+  bool Function(std::string_view message) {
+    return Walk("a function", message, [&](const ProtobufField& field) {
+      if (field.IsBytes(function_field::kDefault)) return Attribute(field.bytes, 0);
+      return !field.IsBytes(function_field::kNode) || Node(field.bytes, 0);
+    });
+  }
+
   bool Node(std::string_view message, uint32_t depth) {
     return Walk("a node", message, [&](const ProtobufField& field) {
+      if (field.IsBytes(node_field::kOp)) {
+        const std::string_view op = field.bytes;
+        has_recurrent_node_ |= op == "LSTM" || op == "GRU" || op == "RNN";
+      }
       return !field.IsBytes(node_field::kAttribute) || Attribute(field.bytes, depth);
     });
   }
 
   bool Attribute(std::string_view message, uint32_t depth) {
-    return Walk("an attribute", message, [&](const ProtobufField& field) {
+    std::string_view attribute;
+    bool has_ints_below_one = false;
+    const bool is_walked = Walk("an attribute", message, [&](const ProtobufField& field) {
       String name;
       if (field.IsBytes(attribute_field::kTensor) || field.IsBytes(attribute_field::kTensors)) {
         return Constant(field.bytes, &name);
@@ -120,13 +141,44 @@ class Reader {
       if (field.IsBytes(attribute_field::kGraph) || field.IsBytes(attribute_field::kGraphs)) {
         return Graph(field.bytes, depth + 1, nullptr);
       }
-      return true;
+      if (field.IsBytes(attribute_field::kSparseTensor) ||
+          field.IsBytes(attribute_field::kSparseTensors)) {
+        return SparseConstant();
+      }
+      if (field.IsBytes(attribute_field::kName)) attribute = field.bytes;
+      if (field.number != attribute_field::kInts) return true;
+      return ForEachVarint(
+          field, [&](uint64_t value) { has_ints_below_one |= static_cast<int64_t>(value) < 1; });
     });
+    if (!is_walked) return false;
+    // Engines divide by them.
+    const bool must_be_positive =
+        attribute == "strides" || attribute == "kernel_shape" || attribute == "dilations";
+    if (!must_be_positive || !has_ints_below_one) return true;
+    return Refuse(why_, "an operation's attribute '%s' is not all above 0",
+                  String(attribute.data(), attribute.size()).c_str());
+  }
+
+  // Its parts may lie in other files, and no exporter of networks writes it.
+  bool SparseConstant() { return Refuse(why_, "the model has a sparse constant; wanted it dense"); }
+
+  // Numbers are single or packed. Protobuf ignores a field of another wire type.
+  template <typename Visit>
+  bool ForEachVarint(const ProtobufField& field, Visit visit) {
+    if (field.type == WireType::kVarint) visit(field.value);
+    std::string_view packed = field.type == WireType::kBytes ? field.bytes : std::string_view();
+    while (!packed.empty()) {
+      uint64_t value = 0;
+      if (!CutVarint(&packed, &value)) return Refuse(why_, "packed numbers are cut off");
+      visit(value);
+    }
+    return true;
   }
 
   bool Constant(std::string_view message, String* name) {
     uint64_t type = 0, elements = 1, raw_bytes = 0;
     uint64_t counts[tensor_field::kExternalData + 1] = {};
+    bool is_external = false;
     bool has_dims_in_range = true;
     const auto multiply = [&](uint64_t dim) {
       has_dims_in_range = has_dims_in_range && dim <= kMaxConstantElements;
@@ -134,31 +186,21 @@ class Reader {
       has_dims_in_range = has_dims_in_range && elements <= kMaxConstantElements;
     };
     const bool is_walked = Walk("a constant", message, [&](const ProtobufField& field) {
+      if (field.IsVarint(tensor_field::kDataLocation)) is_external = field.value != 0;
       if (field.number > tensor_field::kExternalData) return true;
       if (field.IsBytes(tensor_field::kName)) *name = TextOf(field.bytes);
       if (field.IsVarint(tensor_field::kDataType)) type = field.value;
       if (field.IsBytes(tensor_field::kRawData)) raw_bytes = field.bytes.size();
-      // Numbers are single or packed. Protobuf ignores a field of another wire type.
       const bool is_packed = field.type == WireType::kBytes;
       switch (field.number) {
         case tensor_field::kDims:
         case tensor_field::kInt32Data:
         case tensor_field::kInt64Data:
-        case tensor_field::kUint64Data: {
-          const auto note = [&](uint64_t value) {
+        case tensor_field::kUint64Data:
+          return ForEachVarint(field, [&](uint64_t value) {
             if (field.number == tensor_field::kDims) multiply(value);
             ++counts[field.number];
-          };
-          if (field.type == WireType::kVarint) note(field.value);
-          for (std::string_view packed = field.bytes; is_packed && !packed.empty();) {
-            uint64_t value = 0;
-            if (!CutVarint(&packed, &value)) {
-              return Refuse(why_, "the numbers of a constant are cut off");
-            }
-            note(value);
-          }
-          break;
-        }
+          });
         case tensor_field::kFloatData:
           if (is_packed || field.type == WireType::kFixed32) {
             counts[field.number] += field.bytes.size() / sizeof(float);
@@ -180,13 +222,14 @@ class Reader {
     });
     if (!is_walked) return false;
     const int shown = static_cast<int>(std::min<std::size_t>(name->size(), 60));
-    if (counts[tensor_field::kExternalData] > 0) {
+    if (counts[tensor_field::kExternalData] > 0 || is_external) {
       return Refuse(why_, "the constant '%.*s' is in another file; wanted it in this one", shown,
                     name->data());
     }
     if (!has_dims_in_range || counts[tensor_field::kDims] > kMaxDims) {
       return Refuse(why_, "the constant '%.*s' has no possible shape", shown, name->data());
     }
+    if (elements == 0 && counts[tensor_field::kDims] > 1) empty_matrix_ = *name;
     const auto* layout =
         std::find_if(std::begin(kLayouts), std::end(kLayouts),
                      [&](const ElementLayout& known) { return known.type == type; });
@@ -241,31 +284,12 @@ class Reader {
   }
 
   String* why_;
+  // ONNX Runtime reads past the end of an RNN's empty weights.
+  bool has_recurrent_node_ = false;
+  String empty_matrix_;  // the name of one
 };
 
 }  // namespace
-
-bool NativeType(uint64_t onnx_type, rknn_tensor_type* type) {
-  switch (onnx_type) {
-    case kOnnxFloat:
-      *type = RKNN_TENSOR_FLOAT32;
-      return true;
-    case kOnnxFloat16:
-      *type = RKNN_TENSOR_FLOAT16;
-      return true;
-    case kOnnxInt8:
-      *type = RKNN_TENSOR_INT8;
-      return true;
-    case kOnnxUint8:
-      *type = RKNN_TENSOR_UINT8;
-      return true;
-    case kOnnxInt16:
-      *type = RKNN_TENSOR_INT16;
-      return true;
-    default:
-      return false;
-  }
-}
 
 bool IsOnnx(const uint8_t* bytes, std::size_t size) {
   // Every writer begins with the version.
