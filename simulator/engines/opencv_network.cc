@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <opencv2/core/utils/logger.hpp>
 #include <opencv2/dnn.hpp>
 #include <string>
@@ -7,8 +8,10 @@
 
 #include "simulator/control/environment.h"
 #include "simulator/engines/network.h"
+#include "simulator/engines/opencv_lowering.h"
 #include "simulator/engines/opencv_operators.h"
 #include "simulator/engines/opencv_rewrite.h"
+#include "simulator/engines/opencv_sizes.h"
 #include "simulator/onnx/nodes.h"
 
 namespace rknn_sim {
@@ -29,11 +32,28 @@ class QuietOpenCv {
   LogLevel level_;
 };
 
+// A file as OpenCV gets it.
+struct OpenCvModel {
+  explicit OpenCvModel(const OnnxFile& file) {
+    const OnnxNodes original = ReadOnnxNodes(file.bytes);
+    const Vector<int64_t> common = CommonDims(original, *file.graph);
+    rank = common.size();
+    const String simple =
+        RewriteOnnx(file.bytes, original, *file.graph, common, ProducerFor(original));
+    bytes = LowerOnnx(simple, ReadOnnxNodes(simple), *file.graph);
+    nodes = ReadOnnxNodes(bytes);
+  }
+
+  String bytes;
+  OnnxNodes nodes;   // of the bytes
+  std::size_t rank;  // of all inputs; 0: their own
+};
+
 class OpenCvNetwork final : public OnnxNetwork {
  public:
-  OpenCvNetwork(const String& model, const OnnxGraph& graph, const OnnxNodes& nodes)
-      : net_(cv::dnn::readNetFromONNX(model.data(), model.size())) {
-    net_.enableFusion(MayFuse(nodes));
+  OpenCvNetwork(const OpenCvModel& model, const OnnxGraph& graph)
+      : net_(cv::dnn::readNetFromONNX(model.bytes.data(), model.bytes.size())) {
+    net_.enableFusion(MayFuse(model.nodes));
     net_.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
     net_.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
     for (const OnnxTensor& input : graph.inputs) {
@@ -41,7 +61,7 @@ class OpenCvNetwork final : public OnnxNetwork {
       input_dims_.emplace_back(input.dims.begin(), input.dims.end());
       std::vector<int>& dims = input_dims_.back();
       if (dims.empty()) dims.push_back(1);  // a scalar
-      if (dims.size() == 1 && TakesVectorsAsRows(nodes)) dims.insert(dims.begin(), 1);
+      while (dims.size() < model.rank) dims.insert(dims.begin(), 1);
     }
     for (const OnnxTensor& output : graph.outputs) {
       output_names_.emplace_back(output.name.data(), output.name.size());
@@ -64,18 +84,29 @@ class OpenCvNetwork final : public OnnxNetwork {
 
   bool Run(const Vector<Vector<float>>& inputs, String* why) override;
 
-  // The sizes of what a node computes; none where its layer is not found.
-  Vector<int64_t> DimsOf(const OnnxNode& node) {
-    std::vector<cv::dnn::MatShape> shapes(input_dims_.begin(), input_dims_.end());
-    const std::string names[] = {"onnx_node!" + std::string(node.name),
-                                 "onnx_node_output_0!" + std::string(node.outputs.at(0))};
-    for (const std::string& name : names) {
-      const int layer = net_.getLayerId(name);
-      if (layer < 0) continue;
-      std::vector<cv::dnn::MatShape> in;
-      std::vector<cv::dnn::MatShape> out;
-      net_.getLayerShapes(shapes, layer, in, out);
-      if (!out.empty()) return Vector<int64_t>(out[0].begin(), out[0].end());
+  // Of the first node that only its sizes show to be wrong; empty: none.
+  String FindSizeProblem(const OnnxNodes& nodes) {
+    std::map<std::string_view, Vector<int64_t>> dims;  // of values
+    for (std::size_t i = 0; i < input_names_.size(); ++i) {
+      dims[input_names_[i]].assign(input_dims_[i].begin(), input_dims_[i].end());
+    }
+    for (const auto& constant : nodes.constants)
+      dims[constant.name] = ConstantDims(constant.tensor);
+    const std::vector<cv::dnn::MatShape> shapes(input_dims_.begin(), input_dims_.end());
+    std::vector<int> layers;
+    std::vector<std::vector<cv::dnn::MatShape>> in, out;
+    net_.getLayersShapes(shapes, layers, in, out);
+    for (const OnnxNode& node : nodes.nodes) {
+      const auto found = std::find(layers.begin(), layers.end(), LayerOf(node));
+      if (found == layers.end()) continue;
+      const auto& outputs = out[static_cast<std::size_t>(found - layers.begin())];
+      for (std::size_t i = 0; i < outputs.size() && node.HasOutput(i); ++i) {
+        dims[node.outputs[i]].assign(outputs[i].begin(), outputs[i].end());
+      }
+      OperationSizes sizes;
+      for (const std::string_view input : node.inputs) sizes.inputs.push_back(dims[input]);
+      sizes.output = dims[node.outputs[0]];
+      if (const char* problem = SizeProblem(nodes, node, sizes)) return NodeProblem(node, problem);
     }
     return {};
   }
@@ -91,6 +122,15 @@ class OpenCvNetwork final : public OnnxNetwork {
   }
 
  private:
+  // -1 for a node that is not a layer of its own.
+  int LayerOf(const OnnxNode& node) {
+    if (!node.HasOutput(0)) return -1;
+    const std::string name = node.name.empty()
+                                 ? "onnx_node_output_0!" + std::string(node.outputs[0])
+                                 : "onnx_node!" + std::string(node.name);
+    return net_.getLayerId(name);
+  }
+
   cv::dnn::Net net_;
   std::vector<std::string> input_names_, output_names_;
   std::vector<std::vector<int>> input_dims_;
@@ -127,22 +167,13 @@ bool OpenCvNetwork::Run(const Vector<Vector<float>>& inputs, String* why) {
   return Guarded("run", why, [&] { RunOrThrow(inputs); });
 }
 
-// Null where there is none.
-const OnnxNode* FindWrongSoftmax(const OnnxNodes& nodes, OpenCvNetwork* network) {
-  for (const OnnxNode& node : nodes.nodes) {
-    const bool is_softmax = node.op == "Softmax" || node.op == "LogSoftmax";
-    if (!is_softmax || nodes.opset >= 13) continue;
-    if (!IsSoftmaxOverOneAxis(node, nodes.opset, network->DimsOf(node))) return &node;
-  }
-  return nullptr;
-}
-
 Vector<String> Problems(const OnnxFile& file) {
-  return OperatorProblems(ReadOnnxNodes(file.bytes), *file.graph);
+  return OperatorProblems(OpenCvModel(file).nodes, *file.graph);
 }
 
 std::unique_ptr<OnnxNetwork> LoadOnOpenCv(const OnnxFile& file, String* why) {
-  const OnnxNodes nodes = ReadOnnxNodes(file.bytes);
+  const OpenCvModel model(file);
+  const OnnxNodes& nodes = model.nodes;
   const Vector<String> problems = OperatorProblems(nodes, *file.graph);
   if (!problems.empty()) {
     *why = problems[0];
@@ -152,26 +183,23 @@ std::unique_ptr<OnnxNetwork> LoadOnOpenCv(const OnnxFile& file, String* why) {
     *why += others;
     return nullptr;
   }
-  const String model = RewriteOnnx(file.bytes, nodes, ProducerFor(nodes));
   cv::setNumThreads(ThreadsWanted());
   const QuietOpenCv quiet;
   std::unique_ptr<OpenCvNetwork> network;
-  const auto load = [&] { network = std::make_unique<OpenCvNetwork>(model, *file.graph, nodes); };
+  const auto load = [&] { network = std::make_unique<OpenCvNetwork>(model, *file.graph); };
   if (!Guarded("load", why, load) || !RunFirst(*file.graph, network.get(), why)) return nullptr;
-  const OnnxNode* wrong_softmax = nullptr;
-  const auto find = [&] { wrong_softmax = FindWrongSoftmax(nodes, network.get()); };
-  if (!Guarded("load", why, find)) return nullptr;
-  if (wrong_softmax == nullptr) return network;
-  *why = NodeProblem(*wrong_softmax,
-                     "flattens several dimensions, as it did before opset 13; export it with "
-                     "opset 13");
+  String problem;
+  if (!Guarded("load", why, [&] { problem = network->FindSizeProblem(nodes); })) return nullptr;
+  if (problem.empty()) return network;
+  *why = problem;
   return nullptr;
 }
 
 }  // namespace
 
 bool FindOpenCv(OnnxEngine* engine, String*) {
-  engine->name = String("OpenCV ") + cv::getVersionString().c_str();
+  engine->name = "OpenCV ";
+  engine->name += cv::getVersionString();
   engine->may_be_wrong = true;
   engine->load = LoadOnOpenCv;
   engine->problems = Problems;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "simulator/engines/opencv_operator_list.h"
+#include "simulator/engines/opencv_windows.h"
 #include "simulator/interface/report.h"
 
 namespace rknn_sim {
@@ -13,6 +14,9 @@ namespace {
 constexpr std::string_view kMovesIntegers[] = {
     "Cast",  "Concat", "Flatten", "Gather",  "Identity",  "MaxPool",  "Reshape",
     "Shape", "Slice",  "Split",   "Squeeze", "Transpose", "Unsqueeze"};
+
+constexpr std::string_view kArithmetic[] = {"Add", "Div",   "Max", "Min", "Mul",
+                                            "Pow", "PRelu", "Sub", "Sum"};
 
 constexpr int64_t kFloat = 1, kHalf = 10, kDouble = 11;
 
@@ -30,30 +34,6 @@ bool Has(const Names& names, std::string_view name) {
 bool HasAny(const Names& names, const OnnxNode& node) {
   return std::any_of(node.inputs.begin(), node.inputs.end(),
                      [&](std::string_view input) { return !input.empty() && Has(names, input); });
-}
-
-std::string_view AutoPad(const OnnxNode& node) {
-  const OnnxAttribute* const found = node.Find("auto_pad");
-  return found == nullptr ? "NOTSET" : found->s;
-}
-
-bool HasPadding(const OnnxNode& node) {
-  const OnnxAttribute* const pads = node.Find("pads");
-  const bool has_pads = pads != nullptr && std::any_of(pads->ints.begin(), pads->ints.end(),
-                                                       [](int64_t pad) { return pad != 0; });
-  return has_pads || AutoPad(node) == "SAME_UPPER" || AutoPad(node) == "SAME_LOWER";
-}
-
-bool AllAre(const OnnxNode& node, std::string_view attribute, int64_t value) {
-  const OnnxAttribute* const found = node.Find(attribute);
-  return found == nullptr ||
-         std::all_of(found->ints.begin(), found->ints.end(), [&](int64_t i) { return i == value; });
-}
-
-bool AllAreOdd(const OnnxNode& node, std::string_view attribute) {
-  const OnnxAttribute* const found = node.Find(attribute);
-  return found != nullptr &&
-         std::all_of(found->ints.begin(), found->ints.end(), [](int64_t i) { return i % 2 == 1; });
 }
 
 class Checker {
@@ -77,6 +57,9 @@ class Checker {
     }
     const bool is_computed = HasAny(computed_, node) && node.op != "Shape";
     const bool is_whole = HasAny(whole_, node);
+    if (is_computed && HasAny(of_sizes_, node) && IsIn(kArithmetic, node.op)) {
+      return "computes with the sizes of a value; export it with fixed sizes";
+    }
     if (is_whole && is_computed && !IsIn(kMovesIntegers, node.op)) {
       return "computes with whole numbers, which OpenCV treats as floats; cast them to float "
              "before";
@@ -86,6 +69,7 @@ class Checker {
                              node.op == "Less" || (is_whole && node.op != "Cast");
     for (const std::string_view output : node.outputs) {
       if (is_computed) computed_.push_back(output);
+      if (!is_computed && node.op != "Constant") of_sizes_.push_back(output);
       if (gives_whole) whole_.push_back(output);
     }
     return nullptr;
@@ -94,14 +78,9 @@ class Checker {
  private:
   const char* ProblemOfOperator(const OnnxNode& node, bool is_computed, bool is_whole) const {
     const std::string_view op = node.op;
-    if (op == "AveragePool" || op == "MaxPool") return ProblemOfPool(node);
-    if (op == "Conv" && AutoPad(node) == "SAME_LOWER" &&
-        !(AllAre(node, "strides", 1) && AllAreOdd(node, "kernel_shape"))) {
-      return "has auto_pad SAME_LOWER; export it with explicit pads";
-    }
-    if (op == "ConvTranspose" &&
-        (node.Find("output_shape") != nullptr || AutoPad(node) != "NOTSET")) {
-      return "leaves its padding to the output's sizes; export it with explicit pads";
+    if (const char* problem = WindowProblem(node)) return problem;
+    if (op == "MaxPool" && node.HasOutput(1) && nodes_.IsRead(node.outputs[1])) {
+      return "gives the indices of its maxima; leave them out";
     }
     if (op == "Cast") return ProblemOfCast(node, is_computed, is_whole);
     if (op == "Concat" && node.IntOr("axis", 0) < 0 && HasInputOfRank(1)) {
@@ -114,28 +93,23 @@ class Checker {
     if (op == "InstanceNormalization" && !IsBatchOne()) {
       return "normalises a batch of several; export it with batch 1";
     }
-    if (op == "ReduceL2" && IsNorm(node) && !IsOverChannels(node)) {
-      return "normalises over an axis other than 1; transpose before, or divide by Sqrt(ReduceSum)";
-    }
-    if (op == "Gemm" && (Factor(node, "alpha") != 1 || Factor(node, "beta") != 1)) {
-      return "has an alpha or beta other than 1; fold it into the weights";
-    }
     if (op == "Upsample" && Text(node, "mode", "nearest") != "nearest") {
       return "is not by the nearest pixel; export it as Resize, with opset 11 or later";
     }
+    if ((op == "Max" || op == "Min") && HasConstant(node)) {
+      return "takes a constant that is not one number; leave it out, or compute it";
+    }
+    if ((op == "Greater" || op == "Less") && HasConstant(node)) {
+      return "compares with a constant; leave it out, or compare two computed values";
+    }
+    if (op == "Gather" && is_computed && HasListOfOne(node)) {
+      return "takes a list of one index; use a single index, or Slice";
+    }
+    if (op == "Slice" && HasStepsFromTheEnd(node)) {
+      return "steps from a place that is counted from the end; count it from the front";
+    }
     if (op == "Resize") return ProblemOfResize(node);
     if (op == "Pad" && Text(node, "mode", "constant") == "wrap") return "has mode wrap; pad before";
-    return nullptr;
-  }
-
-  const char* ProblemOfPool(const OnnxNode& node) const {
-    if (AutoPad(node) == "SAME_LOWER")
-      return "has auto_pad SAME_LOWER; export it with explicit pads";
-    if (!AllAre(node, "dilations", 1))
-      return "has dilations; use a convolution or a smaller kernel";
-    if (node.HasOutput(1) && nodes_.IsRead(node.outputs[1])) {
-      return "gives the indices of its maxima; leave them out";
-    }
     return nullptr;
   }
 
@@ -167,9 +141,27 @@ class Checker {
     return found == nullptr ? otherwise : found->s;
   }
 
-  static float Factor(const OnnxNode& node, std::string_view name) {
-    const OnnxAttribute* const found = node.Find(name);
-    return found == nullptr ? 1 : found->f;
+  bool HasListOfOne(const OnnxNode& node) const {
+    const auto* constant = node.HasInput(1) ? nodes_.FindConstant(node.inputs[1]) : nullptr;
+    return constant != nullptr && ConstantDims(constant->tensor) == Vector<int64_t>{1};
+  }
+
+  bool HasStepsFromTheEnd(const OnnxNode& node) const {
+    const auto has = [&](std::size_t input, auto is_that) {
+      Vector<int64_t> numbers;
+      const auto* constant =
+          node.HasInput(input) ? nodes_.FindConstant(node.inputs[input]) : nullptr;
+      return constant != nullptr && ConstantInts(constant->tensor, &numbers) &&
+             std::any_of(numbers.begin(), numbers.end(), is_that);
+    };
+    return has(1, [](int64_t start) { return start < 0; }) &&
+           has(4, [](int64_t step) { return step != 1; });
+  }
+
+  bool HasConstant(const OnnxNode& node) const {
+    return std::any_of(node.inputs.begin(), node.inputs.end(), [&](std::string_view input) {
+      return nodes_.FindConstant(input) != nullptr;
+    });
   }
 
   bool HasInputOfRank(std::size_t rank) const {
@@ -183,49 +175,12 @@ class Checker {
     });
   }
 
-  // Whether a division by the node's output follows, which OpenCV takes for a normalisation.
-  bool IsNorm(const OnnxNode& norm) const {
-    Names from = norm.outputs;
-    for (const OnnxNode& node : nodes_.nodes) {
-      if (!HasAny(from, node)) continue;
-      if (node.op == "Div") return true;
-      if (node.op == "Clip" || node.op == "Expand" || node.op == "Add" || node.op == "Max") {
-        from.insert(from.end(), node.outputs.begin(), node.outputs.end());
-      }
-    }
-    return false;
-  }
-
-  bool IsOverChannels(const OnnxNode& norm) const {
-    const OnnxAttribute* const axes = norm.Find("axes");
-    if (axes == nullptr || axes->ints.size() != 1) return false;
-    return axes->ints[0] == 1 || (axes->ints[0] == -1 && RankOf(norm.inputs[0], 8) == 2);
-  }
-
-  // 0: unknown.
-  std::size_t RankOf(std::string_view value, int depth) const {
-    for (const OnnxTensor& input : graph_.inputs) {
-      if (value == input.name) return input.dims.size();
-    }
-    for (const OnnxNode& node : nodes_.nodes) {
-      if (depth == 0 || !Has(node.outputs, value)) continue;
-      if (node.op == "Gemm" || node.op == "Flatten") return 2;
-      const bool keeps_rank =
-          node.op == "BatchNormalization" || node.op == "Relu" || node.op == "PRelu";
-      return keeps_rank ? RankOf(node.inputs[0], depth - 1) : 0;
-    }
-    return 0;
-  }
-
   const OnnxNodes& nodes_;
   const OnnxGraph& graph_;
   Names computed_;  // values that depend on the input's values
+  Names of_sizes_;  // values that depend on the sizes of values alone
   Names whole_;     // values that are whole numbers or truth values
 };
-
-bool IsPaddedAverage(const OnnxNode& node) { return node.op == "AveragePool" && HasPadding(node); }
-
-bool CountsPadding(const OnnxNode& node) { return node.IntOr("count_include_pad", 0) != 0; }
 
 }  // namespace
 
@@ -268,17 +223,21 @@ std::string_view ProducerFor(const OnnxNodes& nodes) {
 }
 
 bool MayFuse(const OnnxNodes& nodes) {
-  return std::none_of(nodes.nodes.begin(), nodes.nodes.end(),
-                      [](const OnnxNode& node) { return node.op == "MatMul"; });
-}
-
-bool IsSoftmaxOverOneAxis(const OnnxNode& node, int64_t opset, const Vector<int64_t>& dims) {
-  if (opset >= 13) return true;
-  const auto rank = static_cast<int64_t>(dims.size());
-  int64_t axis = node.IntOr("axis", 1);
-  if (axis < 0) axis += rank;
-  if (axis < 0 || axis >= rank) return false;
-  return std::all_of(dims.begin() + axis + 1, dims.end(), [](int64_t dim) { return dim == 1; });
+  const auto is_computed = [&](std::string_view value) {
+    return std::any_of(nodes.nodes.begin(), nodes.nodes.end(), [&](const OnnxNode& node) {
+      return node.op != "Constant" && Has(node.outputs, value);
+    });
+  };
+  for (const OnnxNode& node : nodes.nodes) {
+    if (node.op == "Pow") return false;
+    if (node.op == "Concat" && !std::all_of(node.inputs.begin(), node.inputs.end(), is_computed))
+      return false;
+    if (node.op != "MatMul") continue;
+    for (const OnnxNode& reader : nodes.nodes) {
+      if (Has(reader.inputs, node.outputs[0])) return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace rknn_sim

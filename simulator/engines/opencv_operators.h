@@ -16,12 +16,9 @@ Vector<String> OperatorProblems(const OnnxNodes& nodes, const OnnxGraph& graph);
 // that gives what the nodes ask for; the file's own where no node depends on it.
 std::string_view ProducerFor(const OnnxNodes& nodes);
 
-// Whether OpenCV may join layers: with products of two computed matrices it drops factors.
+// Whether OpenCV may join layers: after a product of two computed matrices it drops factors, after
+// a power it misplaces them, and a Concat keeps the network's first input for ever.
 bool MayFuse(const OnnxNodes& nodes);
-
-// A Softmax of an opset below 13 flattens all dimensions from its axis on, OpenCV only takes that
-// one. True if that is the same for an output of these sizes.
-bool IsSoftmaxOverOneAxis(const OnnxNode& node, int64_t opset, const Vector<int64_t>& dims);
 
 // "node 'NAME' (OPERATOR) what"
 String NodeProblem(const OnnxNode& node, const char* what);

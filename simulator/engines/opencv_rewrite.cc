@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cfloat>
-#include <cstring>
 #include <iterator>
 #include <utility>
 
 #include "simulator/onnx/fields.h"
+#include "simulator/onnx/node_writer.h"
 #include "simulator/onnx/protobuf_reader.h"
 #include "simulator/onnx/protobuf_writer.h"
 
@@ -14,78 +14,53 @@ namespace rknn_sim {
 
 namespace {
 
-constexpr uint64_t kFloatKind = 1, kIntKind = 2, kIntsKind = 7;  // of attributes
-
-String Attribute(std::string_view name, uint64_t kind) {
-  String attribute;
-  AppendBytes(attribute_field::kName, name, &attribute);
-  AppendInt(attribute_field::kType, static_cast<int64_t>(kind), &attribute);
-  return attribute;
-}
-
-void AppendFloatAttribute(std::string_view name, float value, String* node) {
-  String attribute = Attribute(name, kFloatKind);
-  AppendTag(attribute_field::kF, WireType::kFixed32, &attribute);
-  char bytes[sizeof(value)];
-  std::memcpy(bytes, &value, sizeof(value));
-  attribute.append(bytes, sizeof(bytes));
-  AppendBytes(node_field::kAttribute, attribute, node);
-}
-
-void AppendIntsAttribute(std::string_view name, const Vector<int64_t>& values, String* node) {
-  String attribute = Attribute(name, kIntsKind);
-  for (const int64_t value : values) AppendInt(attribute_field::kInts, value, &attribute);
-  AppendBytes(node_field::kAttribute, attribute, node);
-}
-
-void AppendIntAttribute(std::string_view name, int64_t value, String* node) {
-  String attribute = Attribute(name, kIntKind);
-  AppendInt(attribute_field::kI, value, &attribute);
-  AppendBytes(node_field::kAttribute, attribute, node);
-}
-
-// A graph's input with a dimension of 1 in front, if it has one dimension. depth: how far message
-// is down the path from the input to its shape.
-String AsRow(std::string_view message, std::size_t depth = 0) {
+// A graph's input with dimensions of 1 in front, so that it has rank of them. depth: how far
+// message is down the path from the input to its shape.
+String WithRank(std::size_t rank, std::string_view message, std::size_t depth = 0) {
   constexpr uint64_t kPath[] = {value_field::kType, value_field::kTensorType, value_field::kShape};
   String result;
   std::size_t dims = 0;
   ProtobufReader reader(message);
   for (ProtobufField field; reader.Next(&field);) {
     if (depth < std::size(kPath) && field.IsBytes(kPath[depth])) {
-      AppendBytes(field.number, AsRow(field.bytes, depth + 1), &result);
+      AppendBytes(field.number, WithRank(rank, field.bytes, depth + 1), &result);
       continue;
     }
     dims += field.IsBytes(value_field::kDim) ? 1 : 0;
     result.append(field.whole.data(), field.whole.size());
   }
-  if (depth < std::size(kPath) || dims != 1) return result;
+  if (depth < std::size(kPath)) return result;
   String one;
   AppendInt(value_field::kDimValue, 1, &one);
-  String row;
-  AppendBytes(value_field::kDim, one, &row);
-  return row + result;
+  for (; dims < rank; ++dims) {
+    String all;
+    AppendBytes(value_field::kDim, one, &all);
+    result.insert(0, all);
+  }
+  return result;
 }
 
 // --------------------------------------------------------------------------------------- the graph
 
 class Rewriter {
  public:
-  explicit Rewriter(const OnnxNodes& nodes) : nodes_(nodes) {
+  Rewriter(const OnnxNodes& nodes, const OnnxGraph& graph, const Vector<int64_t>& common_dims)
+      : nodes_(nodes), rank_(common_dims.size()) {
     for (const OnnxNode& node : nodes.nodes) {
       if (IsIdentityOfConstant(node))
-        renamed_.push_back({node.outputs[0], Renamed(node.inputs[0])});
+        renamed_.push_back({String(node.outputs[0]), String(Renamed(node.inputs[0]))});
     }
+    if (rank_ == 0) return;
+    for (const OnnxTensor& input : graph.inputs) ExpandInput(input, common_dims);
   }
 
   String Graph(std::string_view message) const {
-    const bool are_vectors = TakesVectorsAsRows(nodes_);
-    String graph;
+    String graph = added_;
     std::size_t next = 0;
     ProtobufReader reader(message);
     for (ProtobufField field; reader.Next(&field);) {
-      if (field.IsBytes(graph_field::kInput) && are_vectors) {
-        AppendBytes(graph_field::kInput, AsRow(field.bytes), &graph);
+      if (field.IsBytes(graph_field::kInput) && rank_ > 0) {
+        AppendBytes(graph_field::kInput, WithRank(rank_, field.bytes), &graph);
         continue;
       }
       if (!field.IsBytes(graph_field::kNode)) {
@@ -101,8 +76,24 @@ class Rewriter {
 
  private:
   struct Rename {
-    std::string_view from, to;
+    String from, to;
   };
+
+  // OpenCV's own broadcasting knows few shapes. It expands one dimension at a time.
+  void ExpandInput(const OnnxTensor& input, const Vector<int64_t>& wanted) {
+    Vector<int64_t> dims(wanted.size() - input.dims.size(), 1);
+    dims.insert(dims.end(), input.dims.begin(), input.dims.end());
+    String name = input.name;
+    for (std::size_t i = 0; i < dims.size(); ++i) {
+      if (dims[i] == wanted[i]) continue;
+      dims[i] = wanted[i];
+      const String shape = name + "/corvane/shape", expanded = name + "/corvane/expanded";
+      AppendConstant(shape, dims, &added_);
+      AppendNode("Expand", {name, shape}, {expanded}, {}, &added_);
+      name = expanded;
+    }
+    if (name != input.name) renamed_.push_back({input.name, name});
+  }
 
   bool IsIdentityOfConstant(const OnnxNode& node) const {
     if (node.op != "Identity" || !node.HasInput(0) || !node.HasOutput(0)) return false;
@@ -145,12 +136,14 @@ class Rewriter {
     }
     const bool takes_axes =
         node.op == "ReduceSum" || node.op == "Squeeze" || node.op == "Unsqueeze";
+    const char* const name = node.op == "Split" ? "split" : "axes";
     // OpenCV knows a Softmax that is written out by its ReduceSum as it stands.
-    if (!takes_axes || !node.HasInput(1) || IsExp(node.inputs[0])) return false;
+    if ((!takes_axes && node.op != "Split") || !node.HasInput(1) || IsExp(node.inputs[0]))
+      return false;
     const auto* constant = nodes_.FindConstant(Renamed(node.inputs[1]));
     Vector<int64_t> axes;
     if (constant == nullptr || !ConstantInts(constant->tensor, &axes) || axes.empty()) return false;
-    AppendIntsAttribute("axes", axes, attributes);
+    AppendIntsAttribute(name, axes, attributes);
     return true;
   }
 
@@ -181,25 +174,41 @@ class Rewriter {
   }
 
   const OnnxNodes& nodes_;
+  const std::size_t rank_;
   Vector<Rename> renamed_;
+  String added_;  // fields of the graph
 };
 
 }  // namespace
 
-bool TakesVectorsAsRows(const OnnxNodes& nodes) {
+Vector<int64_t> CommonDims(const OnnxNodes& nodes, const OnnxGraph& graph) {
   // These treat elements alike, wherever they stand.
-  static constexpr std::string_view kElementwise[] = {"Add", "Div", "Identity", "Max",
-                                                      "Min", "Mul", "Neg",      "Relu",
-                                                      "Sub", "Sum", "Sigmoid",  "Tanh"};
-  return nodes.constants.empty() &&
-         std::all_of(nodes.nodes.begin(), nodes.nodes.end(), [](const OnnxNode& node) {
-           return std::find(std::begin(kElementwise), std::end(kElementwise), node.op) !=
-                  std::end(kElementwise);
-         });
+  static constexpr std::string_view kElementwise[] = {
+      "Add",  "Clip", "Div", "Exp", "Greater", "Identity", "Less", "Log",     "Max",
+      "Mean", "Min",  "Mul", "Neg", "Relu",    "Sub",      "Sum",  "Sigmoid", "Tanh"};
+  const bool are_elementwise =
+      std::all_of(nodes.nodes.begin(), nodes.nodes.end(), [](const OnnxNode& node) {
+        return std::find(std::begin(kElementwise), std::end(kElementwise), node.op) !=
+               std::end(kElementwise);
+      });
+  if (!nodes.constants.empty() || !are_elementwise) return {};
+  std::size_t rank = 2;
+  for (const OnnxTensor& input : graph.inputs) rank = std::max(rank, input.dims.size());
+  Vector<int64_t> common(rank, 1);
+  for (const OnnxTensor& input : graph.inputs) {
+    auto dim = common.end() - static_cast<std::ptrdiff_t>(input.dims.size());
+    for (const int64_t own : input.dims) {
+      if (own != 1 && *dim != 1 && own != *dim) return {};
+      *dim = std::max(*dim, own);
+      ++dim;
+    }
+  }
+  return common;
 }
 
-String RewriteOnnx(std::string_view model, const OnnxNodes& nodes, std::string_view producer) {
-  const Rewriter rewriter(nodes);
+String RewriteOnnx(std::string_view model, const OnnxNodes& nodes, const OnnxGraph& graph,
+                   const Vector<int64_t>& common_dims, std::string_view producer) {
+  const Rewriter rewriter(nodes, graph, common_dims);
   String result;
   ProtobufReader reader(model);
   for (ProtobufField field; reader.Next(&field);) {

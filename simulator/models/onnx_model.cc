@@ -37,6 +37,15 @@ bool SetDims(const Vector<int64_t>& dims, rknn_tensor_attr* attr) {
   return true;
 }
 
+// Whether the sizes, some of which the file may leave open, can be the others.
+bool Fit(const OnnxTensor& declared, const Vector<int64_t>& dims) {
+  if (!declared.has_shape || declared.dims.size() != dims.size()) return !declared.has_shape;
+  for (std::size_t i = 0; i < dims.size(); ++i) {
+    if (declared.dims[i] != kOpenDim && declared.dims[i] != dims[i]) return false;
+  }
+  return true;
+}
+
 // Whether the sizes are the attribute's, but for those of 1.
 bool HasDims(const rknn_tensor_attr& attr, Vector<int64_t> dims) {
   Vector<int64_t> wanted(attr.dims, attr.dims + attr.n_dims);
@@ -167,7 +176,8 @@ class OnnxModel final : public ExecutableModel {
       const Vector<int64_t> computed = network_->outputs().OutputDims(outputs_.size());
       const bool is_declared = output.has_shape && SetDims(output.dims, &attr);
       // Another input may give the declared sizes, if the engine is one that computes them right.
-      if (is_declared && network_->engine().may_be_wrong && !HasDims(attr, computed)) {
+      const bool is_right = is_declared ? HasDims(attr, computed) : Fit(output, computed);
+      if (network_->engine().may_be_wrong && !is_right) {
         return Refuse(
             why,
             "the model's output '%.*s' has other sizes than the file declares; the engine "

@@ -178,6 +178,14 @@ bool ConstantInts(std::string_view tensor, Vector<int64_t>* numbers) {
   return elements.type == 6 || elements.type == 7;
 }
 
+Vector<int64_t> ConstantDims(std::string_view tensor) {
+  Vector<int64_t> dims;
+  Walk(tensor, [&](const ProtobufField& field) {
+    if (field.number == tensor_field::kDims) AppendInts(field, &dims);
+  });
+  return dims;
+}
+
 bool ConstantFloats(std::string_view tensor, Vector<float>* numbers) {
   const Elements elements = ReadElements(tensor);
   if (elements.raw.size() > kMaxElements * sizeof(float) || elements.floats.size() > kMaxElements) {

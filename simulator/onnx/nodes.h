@@ -53,6 +53,9 @@ OnnxNodes ReadOnnxNodes(std::string_view model);
 bool ConstantInts(std::string_view tensor, Vector<int64_t>* numbers);
 bool ConstantFloats(std::string_view tensor, Vector<float>* numbers);
 
+// The sizes of a constant, outermost first.
+Vector<int64_t> ConstantDims(std::string_view tensor);
+
 }  // namespace rknn_sim
 
 #endif  // CORVANE_SIMULATOR_ONNX_NODES_H_

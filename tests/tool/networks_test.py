@@ -82,6 +82,12 @@ class NetworksTest(ToolCase):
         nearest = [self.planes[c][y // 2 * 4 + x // 2] for c in range(3) for y in range(4) for x in range(8)]
         linear = [doubled(plane, y, x) for plane in self.planes for y in range(4) for x in range(8)]
         padded = {"kernel_shape": [3, 3], "pads": [1] * 4}
+        # As PyTorch writes chunk(2, 3): from the width, how wide a part is.
+        halves = [node("Shape", image, "all"), node("Gather", ["all", "three"], "width", axis=0), node("Add", ["width", "one"], "more"),
+                  node("Div", ["more", "two"], "part"), node("Mul", ["part", "one"], "middle"),
+                  node("Slice", ["image", "zero", "middle", "three"], "left"), node("Mul", ["part", "two"], "end"),
+                  node("Slice", ["image", "middle", "end", "three"], "right"), node("Sub", ["left", "right"], "y")]
+        gemm = [node("Reshape", ["image", "square"], "q"), node("Gemm", ["q", "q", "bias"], "y", alpha=0.5, beta=2.0, transB=1)]
         for name, nodes, tensors, options, expected in [
             ("attention", attention, [tensor("rows", [3], [1, 3, 8]), tensor("root", [], [8.0])], {"shape": [1, 3, 8]},
              sum(attended, [])),
@@ -123,6 +129,26 @@ class NetworksTest(ToolCase):
             ("a mean that is expanded", [node("GlobalAveragePool", ["image"], "mean"), node("Expand", ["mean", "whole"], "y")],
              [tensor("whole", [4], SHAPE)], {}, [sum(row) / 8 for row in self.planes for _ in range(8)]),
             ("Max of one", [node("Max", image, "y")], [], {}, self.values),
+            ("Min with a number", [node("Min", ["high", "image"], "y")], [high], {}, [min(1, v) for v in self.values]),
+            ("Concat of one", [node("Concat", image, "y", axis=1)], [], {}, self.values),
+            ("Concat with a constant", [node("Concat", ["image", "plane"], "c", axis=1), node("Relu", ["c"], "y")],
+             [tensor("plane", [1, 1, 2, 4], [0.5] * 8)], {"shape": [1, 4, 2, 4]}, [max(0, v) for v in self.values] + [0.5] * 8),
+            ("a number over a value", [node("Exp", image, "e"), node("Div", ["high", "e"], "y")], [high], {},
+             [math.exp(-v) for v in self.values]),
+            ("a small norm", [node("Mul", ["image", "small"], "s"), node("ReduceL2", ["s"], "n", axes=[1], keepdims=1),
+                              node("Div", ["s", "n"], "y")], [tensor("small", [], [1e-9])], {}, by_channels),
+            ("a row's norm", [node("Flatten", image, "row"), node("ReduceL2", ["row"], "n", axes=[1], keepdims=1),
+                              node("Div", ["row", "n"], "y")], [], {"shape": [1, 24]}, [v / math.sqrt(sum(v * v for v in self.values)) for v in self.values]),
+            ("a mean taken away", [node("ReduceMean", image, "m", axes=[-1], keepdims=1), node("Sub", ["image", "m"], "y")], [], {},
+             [v - sum(self.values[i // 4 * 4:i // 4 * 4 + 4]) / 4 for i, v in enumerate(self.values)]),
+            ("halves by chunk", halves, [tensor(n, [1], [v]) for n, v in (("zero", 0), ("one", 1), ("two", 2), ("three", 3))],
+             {"shape": [1, 3, 2, 2]}, [self.values[i] - self.values[i + 2] for i in range(24) if i % 4 < 2]),
+            ("Gemm of computed matrices", gemm, [tensor("square", [2], [3, 8]), tensor("bias", [1], [1.5])], {"shape": [3, 3]},
+             [sum(0.5 * v * w for v, w in zip(a, b)) + 3 for a in self.planes for b in self.planes]),
+            ("Gemm without its sum", [node("Reshape", ["image", "square"], "q"), node("Gemm", ["q", "q", "bias"], "y", beta=0.0, transA=1)],
+             [tensor("square", [2], [3, 8]), tensor("bias", [8], [1.0] * 8)], {"shape": [8, 8]}, sum(product(list(zip(*self.planes)), self.planes), [])),
+            ("a scale that is written 1 x 3 x 1 x 1", [node("Mul", ["image", "s"], "y")], [tensor("s", [1, 3, 1, 1], [1.0, 2.0, 3.0])], {},
+             [v * (i // 8 + 1) for i, v in enumerate(self.values)]),
         ]:
             with self.subTest(name):
                 self.pack(nodes, tensors, **options)
@@ -137,6 +163,10 @@ class NetworksTest(ToolCase):
     def test_refused_with_the_node_and_a_cure(self):
         image = ["image"]
         pool = {"kernel_shape": [2, 2]}
+        constants = [tensor("w", [3, 3, 2, 2], [0.5] * 36), tensor("row", [4], [0.5, 1.0, 2.0, 3.0]), tensor("one", [1], [1]),
+                     tensor("last", [1], [-1]), tensor("before", [1], [-3]), tensor("flat", [3], [1, 3, 8]),
+                     tensor("planes", [4], [1, 2, 6, 2]), tensor("pair", [2], [0.5, 1.0]),
+                     tensor("scales", [4], [1.0, 1.0, 1.6, 1.6])]
         for nodes, options, node_says, cure in [
             ([node("Nonsense", image, "y")], {}, "'y' (Nonsense)", "not among the operators"),
             ([node("LSTM", image, "y")], {}, "(LSTM)", "not among the operators"),
@@ -150,14 +180,27 @@ class NetworksTest(ToolCase):
             ([node("Softmax", image, "y")], {"opset": 9}, "(Softmax)", "opset 13"),
             ([node("Cast", image, "i", to=7), node("Cast", ["i"], "y", to=1)], {}, "'i' (Cast)", "Floor or Round"),
             ([node("Dropout", image, "d y")], {}, "(Dropout)", "evaluation mode"),
-            ([node("ReduceL2", image, "n", axes=[-1], keepdims=1), node("Div", ["image", "n"], "y")], {}, "'n' (ReduceL2)", "axis other than 1"),
-            ([node("Gemm", ["image", "w"], "y", alpha=0.5)], {}, "(Gemm)", "alpha or beta"),
             ([node("Upsample", ["image", "w"], "y", mode="linear")], {"opset": 9}, "(Upsample)", "Resize"),
             ([node("Resize", ["image", "", "w"], "y", mode="cubic")], {}, "(Resize)", "neither linear nor nearest"),
             ([node("Relu", image, "y")], {"shape": [1, 3, 4, 2]}, "output 'y'", "other sizes than the file declares"),
+            ([node("Greater", ["image", "row"], "b"), node("Cast", ["b"], "y", to=1)], {}, "'b' (Greater)", "compares with a constant"),
+            ([node("Max", ["image", "row"], "y")], {}, "(Max)", "not one number"),
+            ([node("Gather", ["image", "one"], "y", axis=1)], {}, "(Gather)", "single index"),
+            ([node("Slice", ["image", "last", "before", "one", "last"], "y")], {}, "(Slice)", "from the front"),
+            ([node("AveragePool", image, "y", ceil_mode=1, pads=[1] * 4, strides=[2, 2], **pool)], {}, "(AveragePool)", "ceil_mode"),
+            ([node("MaxPool", image, "y", ceil_mode=1, strides=[3, 3], kernel_shape=[1, 1])], {"shape": [1, 3, 2, 3]}, "(MaxPool)", "windows beyond"),
+            ([node("ConvTranspose", ["image", "w"], "y", dilations=[2, 2], **pool)], {}, "(ConvTranspose)", "dilations"),
+            ([node("ConvTranspose", ["image", "w"], "y", pads=[2] * 4, **pool)], {}, "(ConvTranspose)", "pads more than its kernel"),
+            ([node("ConvTranspose", ["image", "w"], "y")], {}, "(ConvTranspose)", "kernel_shape"),
+            ([node("Reshape", ["image", "flat"], "f"), node("MaxPool", ["f"], "y", kernel_shape=[2], pads=[1, 0])], {}, "(MaxPool)", "Pad before"),
+            ([node("GlobalAveragePool", image, "m"), node("Max", ["image", "m"], "y")], {}, "(Max)", "several sizes"),
+            ([node("GlobalAveragePool", image, "m"), node("Exp", ["m"], "e"), node("Sub", ["image", "e"], "y")], {}, "(Sub)", "different sizes"),
+            ([node("Reshape", ["image", "planes"], "f"), node("Add", ["f", "pair"], "y")], {"shape": [1, 2, 6, 2]}, "'y' (Add)", "more than one axis"),
+            ([node("Resize", ["image", "", "scales"], "y", mode="linear", coordinate_transformation_mode="half_pixel")], {"shape": [1, 3, 3, 6]}, "(Resize)", "whole sizes"),
+            ([node("PRelu", ["image", "row"], "y")], {}, "(PRelu)", "one for each channel"),
             ([node("ArgMax", image, "a", axis=1), node("Div", ["a", "w"], "y")], {}, "'y' (Div)", "whole numbers"),
         ]:
-            self.pack(nodes, [tensor("w", [3, 3, 2, 2], [0.5] * 36)], **options)
+            self.pack(nodes, constants, **options)
             _, err = self.corvane("info", "net.bin", status=1, says=[node_says, cure])
             self.assertEqual(err.count("\n"), 2, err)  # the runtime's line, and the tool's
 
