@@ -1,6 +1,7 @@
 // Runs ONNX's own conformance data through the runtime's C interface:
 //   conformance FOLDER RIGHT [KNOWN_WRONG...]
 //   conformance FOLDER --only NAME
+//   conformance FOLDER --answer
 //
 // FOLDER has the cases as ONNX publishes them (Debian: libonnx-testdata): CASE/model.onnx and
 // CASE/test_data_set_0/{input,output}_N.pb. A case applies if its inputs are float, half or 8- or
@@ -8,7 +9,7 @@
 // values (relative 1e-3, absolute 1e-5), refused if rknn_init fails or a run does, else wrong. The
 // last line has the three numbers. Exit status 1 where a case is wrong that is not known to be, or
 // fewer than RIGHT are right. --only runs the cases whose folder has that name, and says why they
-// are refused.
+// are refused. --answer writes the outputs of cases that have none, for another engine to meet.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -24,6 +25,7 @@
 #include "simulator/onnx/fields.h"
 #include "simulator/onnx/graph.h"
 #include "simulator/onnx/protobuf_reader.h"
+#include "simulator/onnx/protobuf_writer.h"
 
 namespace {
 
@@ -173,9 +175,8 @@ bool ReadCase(const fs::path& folder, Case* one) {
       !ReadTensors(data, "output_", graph.outputs, &one->outputs)) {
     return false;
   }
-  return !one->inputs.empty() && !one->outputs.empty() &&
-         std::all_of(one->inputs.begin(), one->inputs.end(),
-                     [](const Tensor& t) { return IsInputType(t.type); });
+  return !one->inputs.empty() && std::all_of(one->inputs.begin(), one->inputs.end(),
+                                             [](const Tensor& t) { return IsInputType(t.type); });
 }
 
 enum class Verdict { kRight, kRefused, kWrong };
@@ -187,35 +188,18 @@ bool IsNear(double wanted, double got, uint64_t type) {
   return wanted == got || std::fabs(wanted - got) <= 1e-5 + relative * std::fabs(wanted);
 }
 
-bool IsRight(rknn_context context, const Case& one, const std::vector<rknn_output>& outputs) {
-  for (uint32_t i = 0; i < outputs.size(); ++i) {
-    rknn_tensor_attr attr = {};
-    attr.index = i;
-    if (rknn_query(context, RKNN_QUERY_OUTPUT_ATTR, &attr, sizeof(attr)) != RKNN_SUCC) return false;
-    const Tensor& wanted = one.outputs[i];
-    std::vector<uint64_t> dims(attr.dims, attr.dims + attr.n_dims);
-    std::reverse(dims.begin(), dims.end());
-    // The runtime has no scalars: they have one dimension.
-    if (dims != (wanted.dims.empty() ? std::vector<uint64_t>{1} : wanted.dims)) return false;
-    const auto* values = static_cast<const float*>(outputs[i].buf);
-    if (outputs[i].size != wanted.values.size() * sizeof(float)) return false;
-    for (std::size_t k = 0; k < wanted.values.size(); ++k) {
-      if (!IsNear(wanted.values[k], double{values[k]}, wanted.type)) return false;
-    }
-  }
-  return true;
-}
-
-Verdict Try(Case* one) {
+// Calls judge(context, outputs) after a run. False where rknn_init fails or a run does.
+template <typename Judge>
+bool Run(Case* one, Judge judge) {
   rknn_context context = 0;
   if (rknn_init(&context, one->model.data(), static_cast<uint32_t>(one->model.size()), 0) !=
       RKNN_SUCC) {
-    return Verdict::kRefused;
+    return false;
   }
-  Verdict verdict = Verdict::kRefused;
+  bool is_done = false;
   rknn_input_output_num count = {};
   rknn_query(context, RKNN_QUERY_IN_OUT_NUM, &count, sizeof(count));
-  if (count.n_input == one->inputs.size() && count.n_output == one->outputs.size()) {
+  if (count.n_input == one->inputs.size()) {
     std::vector<std::vector<float>> buffers;
     std::vector<rknn_input> inputs(count.n_input);
     for (uint32_t i = 0; i < count.n_input; ++i) {
@@ -231,21 +215,76 @@ Verdict Try(Case* one) {
     if (rknn_inputs_set(context, count.n_input, inputs.data()) == RKNN_SUCC &&
         rknn_run(context, nullptr) == RKNN_SUCC &&
         rknn_outputs_get(context, count.n_output, outputs.data(), nullptr) == RKNN_SUCC) {
-      verdict = IsRight(context, *one, outputs) ? Verdict::kRight : Verdict::kWrong;
+      judge(context, outputs);
+      is_done = true;
       rknn_outputs_release(context, count.n_output, outputs.data());
     }
   }
   rknn_destroy(context);
+  return is_done;
+}
+
+// Outermost first.
+std::vector<uint64_t> OutputDims(rknn_context context, uint32_t index) {
+  rknn_tensor_attr attr = {};
+  attr.index = index;
+  rknn_query(context, RKNN_QUERY_OUTPUT_ATTR, &attr, sizeof(attr));
+  std::vector<uint64_t> dims(attr.dims, attr.dims + attr.n_dims);
+  std::reverse(dims.begin(), dims.end());
+  return dims;
+}
+
+bool IsRight(rknn_context context, const Case& one, const std::vector<rknn_output>& outputs) {
+  if (outputs.size() != one.outputs.size()) return false;
+  for (uint32_t i = 0; i < outputs.size(); ++i) {
+    const Tensor& wanted = one.outputs[i];
+    // The runtime has no scalars: they have one dimension.
+    if (OutputDims(context, i) != (wanted.dims.empty() ? std::vector<uint64_t>{1} : wanted.dims)) {
+      return false;
+    }
+    const auto* values = static_cast<const float*>(outputs[i].buf);
+    if (outputs[i].size != wanted.values.size() * sizeof(float)) return false;
+    for (std::size_t k = 0; k < wanted.values.size(); ++k) {
+      if (!IsNear(wanted.values[k], double{values[k]}, wanted.type)) return false;
+    }
+  }
+  return true;
+}
+
+Verdict Try(Case* one) {
+  Verdict verdict = Verdict::kRefused;
+  Run(one, [&](rknn_context context, const std::vector<rknn_output>& outputs) {
+    verdict = IsRight(context, *one, outputs) ? Verdict::kRight : Verdict::kWrong;
+  });
   return verdict;
+}
+
+void Answer(const fs::path& folder, Case* one) {
+  Run(one, [&](rknn_context context, const std::vector<rknn_output>& outputs) {
+    for (uint32_t i = 0; i < outputs.size(); ++i) {
+      rknn_sim::String tensor;
+      for (const uint64_t dim : OutputDims(context, i)) {
+        rknn_sim::AppendInt(tensor_field::kDims, static_cast<int64_t>(dim), &tensor);
+      }
+      rknn_sim::AppendInt(tensor_field::kDataType, 1, &tensor);
+      const auto* values = static_cast<const char*>(outputs[i].buf);
+      rknn_sim::AppendBytes(tensor_field::kRawData, {values, outputs[i].size}, &tensor);
+      std::ofstream(folder / "test_data_set_0" / ("output_" + std::to_string(i) + ".pb"),
+                    std::ios::binary)
+          << tensor;
+    }
+  });
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::fputs("usage: conformance FOLDER RIGHT [KNOWN_WRONG...] | FOLDER --only NAME\n", stderr);
+    std::fputs("usage: conformance FOLDER RIGHT [KNOWN_WRONG...] | --only NAME | --answer\n",
+               stderr);
     return 2;
   }
+  const bool answers = std::strcmp(argv[2], "--answer") == 0;
   const bool is_one = argc == 4 && std::strcmp(argv[2], "--only") == 0;
   const std::vector<std::string> known_wrong(argv + 3, argv + argc);
   std::vector<fs::path> folders;
@@ -262,6 +301,8 @@ int main(int argc, char** argv) {
     if (is_one && name != argv[3]) continue;
     Case one;
     if (!ReadCase(folder, &one)) continue;
+    if (answers && one.outputs.empty()) Answer(folder, &one);
+    if (answers || one.outputs.empty()) continue;
     const Verdict verdict = Try(&one);
     ++counts[static_cast<int>(verdict)];
     is_worse |= verdict == Verdict::kWrong &&
@@ -270,6 +311,7 @@ int main(int argc, char** argv) {
     std::printf("%s %s\n", words[static_cast<int>(verdict)], name.c_str());
     std::fflush(stdout);
   }
+  if (answers) return 0;
   std::printf("%d right, %d refused, %d wrong\n", counts[0], counts[1], counts[2]);
   return !is_worse && (is_one || counts[0] >= std::atoi(argv[2])) ? 0 : 1;
 }

@@ -113,6 +113,33 @@ TEST(SimulatorOnnxRuntime, GivesInputsInTheirDeclaredTypeAndSizes) {
   }
 }
 
+// Which the real library lets share memory with values that are read.
+TEST(SimulatorOnnxRuntime, IsNotGivenWhatNobodyReads) {
+  rknn_sim::Session session;
+  const auto body = [](const std::string& graph) {  // of a node that has subgraphs
+    return Bytes(5, Bytes(1, "body") + Number(20, 5) + Bytes(6, graph));
+  };
+  const std::string inner = Node("If", {"in"}, "b", body(Node("Neg", {"inner"}, "c")));
+  const std::string reads[] = {
+      Node("Abs", {"in"}, "read"),
+      Node("Abs", {"in"}, "result"),
+      Node("Abs", {"in"}, "inner"),
+      Node("Loop", {"read"}, "as1", body(inner + Output(Bytes(1, "result")))),
+  };
+  const std::string unread[] = {Node("Cos", {"in"}, "a"), Node("Sin", {"a"}, "unread"),
+                                Node("Tan", {"as1"}, "c")};
+  const std::string ends = Input(Value("in", {1, 2})) + Output(Bytes(1, "as1"));
+  const std::string lean = Model(reads[0] + reads[1] + reads[2] + reads[3] + ends);
+  const std::string full =
+      Model(unread[0] + reads[0] + unread[1] + reads[1] + reads[2] + reads[3] + unread[2] + ends);
+  for (const std::string& model : {lean, full}) {
+    rknn_context context = 0;
+    ASSERT_EQ(Init(model, &context), 0);
+    EXPECT_EQ(fake_onnxruntime::ModelBytes(), lean);
+    EXPECT_EQ(rknn_destroy(context), 0);
+  }
+}
+
 TEST(SimulatorOnnxRuntime, LeavesTheFloatingPointModeAndComputesInTheDefaultOne) {
   rknn_sim::Session session;
   rknn_context context = 0;

@@ -9,6 +9,7 @@
 #include "simulator/interface/report.h"
 #include "simulator/interface/rknn_names.h"
 #include "simulator/numbers/tensor_codec.h"
+#include "simulator/onnx/unread_nodes.h"
 
 namespace rknn_sim {
 
@@ -118,8 +119,11 @@ class OnnxRuntimeNetwork final : public OnnxNetwork {
       if (!IsDone(what, Library::Call(setting.set, options.get(), setting.value), why))
         return false;
     }
-    if (!Create(what, &session_, why, kCreateSessionFromArray, env_.get(), file.bytes.data(),
-                file.bytes.size(), options.get())) {
+    // It lets the result of an operation that nobody reads share memory with values that are read.
+    String storage;
+    const std::string_view model = WithoutUnreadNodes(file.bytes, &storage);
+    if (!Create(what, &session_, why, kCreateSessionFromArray, env_.get(), model.data(),
+                model.size(), options.get())) {
       return false;
     }
     for (const OnnxTensor& input : file.graph->inputs) inputs_.push_back(input);

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cfloat>
-#include <set>
 #include <string>
 
 #include "simulator/engines/opencv_values.h"
@@ -33,7 +32,6 @@ class Lowering {
       }
       LowerChunk(i);
     }
-    DropUnread();
   }
 
   String Graph(std::string_view message) const {
@@ -62,7 +60,6 @@ class Lowering {
   void Append(std::size_t i, std::string_view op, const Vector<std::string_view>& inputs,
               const Vector<std::string_view>& outputs, std::string_view attributes = {}) {
     places_[i].is_replaced = true;
-    for (const std::string_view input : inputs) read_.insert(String(input));
     AppendNode(op, inputs, outputs, attributes, &places_[i].nodes);
   }
 
@@ -210,24 +207,10 @@ class Lowering {
     Append(i, "Split", {first.value}, {outputs.begin(), outputs.end()}, axis);
   }
 
-  // Backwards: every value is computed before it is read.
-  void DropUnread() {
-    for (const std::string_view output : nodes_.graph_outputs) read_.insert(String(output));
-    for (std::size_t i = places_.size(); i-- > 0;) {
-      if (places_[i].is_replaced) continue;
-      const OnnxNode& node = nodes_.nodes[i];
-      const auto is_read = [&](std::string_view output) { return read_.count(String(output)) > 0; };
-      places_[i].is_replaced = std::none_of(node.outputs.begin(), node.outputs.end(), is_read);
-      if (places_[i].is_replaced) continue;
-      for (const std::string_view input : node.inputs) read_.insert(String(input));
-    }
-  }
-
   const OnnxNodes& nodes_;
   const OnnxValues values_;
   Vector<Place> places_;  // for each node
   String constants_;
-  std::set<String> read_;  // values that are needed
 };
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "simulator/engines/opencv_rewrite.h"
 #include "simulator/engines/opencv_sizes.h"
 #include "simulator/onnx/nodes.h"
+#include "simulator/onnx/unread_nodes.h"
 
 namespace rknn_sim {
 
@@ -40,13 +41,17 @@ struct OpenCvModel {
     rank = common.size();
     const String simple =
         RewriteOnnx(file.bytes, original, *file.graph, common, ProducerFor(original));
-    bytes = LowerOnnx(simple, ReadOnnxNodes(simple), *file.graph);
+    lowered_ = LowerOnnx(simple, ReadOnnxNodes(simple), *file.graph);
+    bytes = WithoutUnreadNodes(lowered_, &rest_);
     nodes = ReadOnnxNodes(bytes);
   }
 
-  String bytes;
+  std::string_view bytes;
   OnnxNodes nodes;   // of the bytes
   std::size_t rank;  // of all inputs; 0: their own
+
+ private:
+  String lowered_, rest_;
 };
 
 class OpenCvNetwork final : public OnnxNetwork {

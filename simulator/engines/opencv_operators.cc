@@ -106,7 +106,8 @@ class Checker {
       return "takes a list of one index; use a single index, or Slice";
     }
     if (op == "Slice" && HasStepsFromTheEnd(node)) {
-      return "steps from a place that is counted from the end; count it from the front";
+      return "steps from a place or along an axis that is counted from the end; count it from the "
+             "front";
     }
     if (op == "Resize") return ProblemOfResize(node);
     if (op == "Pad" && Text(node, "mode", "constant") == "wrap") return "has mode wrap; pad before";
@@ -154,7 +155,8 @@ class Checker {
       return constant != nullptr && ConstantInts(constant->tensor, &numbers) &&
              std::any_of(numbers.begin(), numbers.end(), is_that);
     };
-    return has(1, [](int64_t start) { return start < 0; }) &&
+    const auto is_negative = [](int64_t place) { return place < 0; };
+    return (has(1, is_negative) || has(3, is_negative)) &&
            has(4, [](int64_t step) { return step != 1; });
   }
 

@@ -28,6 +28,7 @@ struct Tensor {
 int live = 0, fail_at = 0, intra = 0, inter = 0;
 pid_t failing_process = 0;
 Tensor last_input;
+std::string last_model;
 
 template <typename T>
 T* New() {
@@ -57,7 +58,9 @@ Status* CreateObject(Ignored..., Object** out) {
   return status;
 }
 
-Status* CreateSession(const Object*, const void*, size_t, const Object*, Object** session) {
+Status* CreateSession(const Object*, const void* model, size_t size, const Object*,
+                      Object** session) {
+  last_model.assign(static_cast<const char*>(model), size);
   std::fesetround(FE_UPWARD);  // as the real one changes flush-to-zero
   return CreateObject(session);
 }
@@ -239,6 +242,7 @@ void FailAt(int nth) {
   fail_at = nth;
   failing_process = getpid();
 }
+const std::string& ModelBytes() { return last_model; }
 int IntraThreads() { return intra; }
 int InterThreads() { return inter; }
 const std::vector<uint8_t>& InputBytes() { return last_input.bytes; }

@@ -10,6 +10,7 @@
 #define CORVANE_TESTS_SUPPORT_FAKE_ONNXRUNTIME_H_
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace fake_onnxruntime {
@@ -21,7 +22,8 @@ int LiveObjects();
 // 0: none does.
 void FailAt(int nth);
 
-// What the last session was given: threads within and between operations.
+// What the last session was given: the model, threads within and between operations.
+const std::string& ModelBytes();
 int IntraThreads();
 int InterThreads();
 
