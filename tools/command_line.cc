@@ -63,7 +63,13 @@ void AddPack(CLI::App* app, PackOptions* options) {
 
 void AddInfo(CLI::App* app, InfoOptions* options) {
   CLI::App* verb = app->add_subcommand("info", "Show what the runtime says about a model file");
+  verb->footer(
+      "Exit status with --check: 0 where the engines agree, 1 where not, 2 where not both run it.");
   verb->add_option("model", options->model, "The model file")->required();
+  verb->add_flag("--check", options->check,
+                 "Run it on both engines of the simulated runtime, and say where they differ");
+  AddTolerance(verb, &options->tolerance);
+  for (const char* name : {"--rtol", "--atol"}) verb->get_option(name)->needs("--check");
 }
 
 void AddRun(CLI::App* app, RunOptions* options) {

@@ -8,9 +8,9 @@
 
 namespace corvane_tool {
 
-// compare, explain, run --expect: the outputs are not the reference's.
+// compare, explain, run --expect, info --check: the outputs are not the reference's.
 constexpr int kDiffers = 1;
-// compare and explain: Failure, so that it is not taken for a difference.
+// compare, explain, info --check: Failure, so that it is not taken for a difference.
 constexpr int kCannotCompare = 2;
 
 // In all of these an empty string means that the option was not given.
@@ -26,8 +26,14 @@ struct PackOptions {
 };
 int Pack(const PackOptions& options);
 
+struct ToleranceOptions {
+  std::string rtol, atol;
+};
+
 struct InfoOptions {
   std::string model;
+  bool check = false;  // both engines of the simulated runtime
+  ToleranceOptions tolerance;
 };
 int Info(const InfoOptions& options);
 
@@ -43,10 +49,6 @@ int Align(const AlignOptions& options);
 struct SettingsOptions {
   std::string config;
   std::string model, kind, pixel_type, means, scales, resize, face, exif, landmarks, output;
-};
-
-struct ToleranceOptions {
-  std::string rtol, atol;
 };
 
 struct RunOptions {

@@ -3,7 +3,7 @@ _corvane() {
   local current=${COMP_WORDS[COMP_CWORD]} words
   case ${COMP_WORDS[1]} in
     pack) words="--help -h --output -o --type --fl --mean --scale --raw" ;;
-    info) words="--help -h" ;;
+    info) words="--help -h --check --rtol --atol" ;;
     run) words="--help -h --config -c --model --kind --pixel-type --means --scales --resize --template --exif --landmarks --output --json --npy --expect --rtol --atol --show --quiet -q" ;;
     compare) words="--help -h --rtol --atol --json" ;;
     explain) words="--help -h --expect --expect-input --config -c --model --kind --pixel-type --means --scales --resize --template --exif --landmarks" ;;

@@ -49,7 +49,9 @@ int OrCannotCompare(int (*verb)(const Options&), const Options& options) {
 int Dispatch(const CommandLine& line) {
   const CLI::App& app = line.app;
   if (app.got_subcommand("pack")) return Pack(line.pack);
-  if (app.got_subcommand("info")) return Info(line.info);
+  if (app.got_subcommand("info")) {
+    return line.info.check ? OrCannotCompare(corvane_tool::Info, line.info) : Info(line.info);
+  }
   if (app.got_subcommand("run")) return Run(line.run);
   if (app.got_subcommand("compare")) return OrCannotCompare(corvane_tool::Compare, line.compare);
   if (app.got_subcommand("explain")) return OrCannotCompare(corvane_tool::Explain, line.explain);

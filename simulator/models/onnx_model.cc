@@ -81,12 +81,12 @@ bool DescribeInput(OnnxTensor* input, rknn_tensor_attr* attr, String* why) {
     return Refuse(why, "the model's input '%.*s' has no shape; wanted its sizes", shown,
                   input->name.data());
   }
-  // An open batch is one image.
-  const bool is_scalar = input->dims.empty();
-  if (!is_scalar && (input->dims[0] == kOpenDim || input->dims[0] == 0)) input->dims[0] = 1;
+  input->FixBatch();
   const auto open = std::find(input->dims.begin(), input->dims.end(), kOpenDim);
   if (open != input->dims.end()) {
-    return Refuse(why, "the model's input '%.*s' leaves dimension %d open; wanted a fixed size",
+    return Refuse(why,
+                  "the model's input '%.*s' leaves dimension %d open; wanted a fixed size: "
+                  "export the model with one",
                   shown, input->name.data(), static_cast<int>(open - input->dims.begin()));
   }
   if (SetDims(input->dims, attr)) return true;

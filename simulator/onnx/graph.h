@@ -17,6 +17,11 @@ struct OnnxTensor {
   uint64_t type = 0;
   bool has_shape = false;
   Vector<int64_t> dims;  // outermost first, as ONNX has them
+
+  // An open batch is one image.
+  void FixBatch() {
+    if (!dims.empty() && (dims[0] == kOpenDim || dims[0] == 0)) dims[0] = 1;
+  }
 };
 
 struct OnnxProperty {

@@ -204,6 +204,47 @@ class NetworksTest(ToolCase):
             _, err = self.corvane("info", "net.bin", status=1, says=[node_says, cure])
             self.assertEqual(err.count("\n"), 2, err)  # the runtime's line, and the tool's
 
+    def test_info_lists_every_node(self):
+        self.pack([node("LSTM", ["image"], "a"), node("Relu", ["a"], "b"), node("Det", ["b"], "y")])
+        out, err = self.corvane("info", "net.bin", status=1, says="'a' (LSTM) is not among")
+        listed = out.split("what the simulated runtime cannot run\n")[1].splitlines()
+        self.assertEqual([line.split(" is not among")[0] for line in listed], ["  node 'a' (LSTM)", "  node 'y' (Det)"])
+        self.assertEqual(err.count("\n"), 2, err)
+
+    def test_info_says_what_run_cannot(self):
+        relu = [node("Relu", ["image"], "y")]
+        for inputs, problem in [
+            ([[2, 3, 2, 4]], "takes 2 pictures at once"),
+            ([[1, 2, 4, 3]], "takes 2 channel(s), but pictures have 1 or 3; 1 x 2 x 4 x 3 looks like NHWC"),
+            ([[1, 3, 2, 4], [1, 3, 2, 4]], "2 inputs; only models with one can run"),
+            ([[1, 1, 2, 4]], None), ([[1, 8]], None),
+        ]:
+            nodes = relu if len(inputs) == 1 else [node("Add", ["image", "image1"], "y")]
+            infos = [value_info("image%s" % (i or ""), shape) for i, shape in enumerate(inputs)]
+            self.write("net.onnx", model(nodes, [], infos, [value_info("y", inputs[0])]))
+            self.corvane("pack", "net.onnx", "-o", "net.bin")
+            out, _ = self.corvane("info", "net.bin")
+            self.assertEqual("corvane run cannot" in out, problem is not None, out)
+            self.assertIn(problem or "", out)
+
+    def test_info_compares_the_engines(self):
+        """The other engine here answers with its first input."""
+        self.pack([node("Identity", ["image"], "y")])
+        self.corvane("info", "--check", "net.bin", says=["OpenCV 4", " against ONNX Runtime 1.99.0", '0 "y"', "all of 1 within"])
+        self.pack([node("Relu", ["image"], "y")])
+        out, _ = self.corvane("info", "--check", "net.bin", status=1)
+        self.assertIn("1 of 1 beyond rtol 0.001", out)
+        self.corvane("info", "--check", "--atol", "2", "net.bin", says="all of 1 within rtol 0.001, atol 2")
+        pair = [value_info(name, SHAPE) for name in ("image", "other")]
+        self.write("net.onnx", model([node("Identity", ["image"], "y"), node("Max", ["image", "other"], "z")], [], pair,
+                                     [value_info(name, SHAPE) for name in "yz"]))
+        self.corvane("pack", "net.onnx", "-o", "net.bin")
+        out, _ = self.corvane("info", "--check", "net.bin", status=1)
+        self.assertIn("1 of 2 beyond", out)
+        self.pack([node("LSTM", ["image"], "y")])
+        self.corvane("info", "--check", "net.bin", status=2, says=["'y' (LSTM)", "corvane: --check: OpenCV: net.bin: rknn_init"])
+        self.corvane("info", "--check", "missing.bin", status=2, says="missing.bin: ")
+
 
 if __name__ == "__main__":
     main()

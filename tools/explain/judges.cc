@@ -61,7 +61,7 @@ void Judges::JudgeAll(const std::vector<Candidate*>& candidates, double deadline
       if (corvane::get_current_time() > deadline) return;
       Candidate* const candidate = candidates[i];
       if (output_) {
-        Judge(reference_, contexts_[worker]->Run(&candidate->tensor).at(*output_), candidate);
+        Judge(reference_, contexts_[worker]->Run(&candidate->tensor, 1).at(*output_), candidate);
       } else {
         Judge(reference_, candidate->tensor, candidate);
       }

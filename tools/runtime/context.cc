@@ -46,27 +46,34 @@ std::vector<rknn_tensor_attr> Context::Outputs() const {
   return Attributes("OUTPUT_ATTR", RKNN_QUERY_OUTPUT_ATTR, count.n_output);
 }
 
-std::vector<std::vector<float>> Context::Run(std::vector<float>* tensor) {
-  rknn_input input = {};
-  input.buf = tensor->data();
-  input.size = static_cast<uint32_t>(tensor->size() * sizeof(float));
-  input.type = RKNN_TENSOR_FLOAT32;
-  input.fmt = RKNN_TENSOR_NCHW;
+std::vector<std::vector<float>> Context::Run(std::vector<float>* tensors, std::size_t count) {
+  std::vector<rknn_input> inputs(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    inputs[i].index = static_cast<uint32_t>(i);
+    inputs[i].buf = tensors[i].data();
+    inputs[i].size = static_cast<uint32_t>(tensors[i].size() * sizeof(float));
+    inputs[i].type = RKNN_TENSOR_FLOAT32;
+    inputs[i].fmt = RKNN_TENSOR_NCHW;
+  }
   // Of these calls a positive code is a success, as the library sees it.
-  Check("rknn_inputs_set", std::min(rknn_inputs_set(handle_, 1, &input), 0));
+  const int set = rknn_inputs_set(handle_, static_cast<uint32_t>(count), inputs.data());
+  Check("rknn_inputs_set", std::min(set, 0));
   Check("rknn_run", std::min(rknn_run(handle_, nullptr), 0));
-  rknn_input_output_num count = {};
-  Query("IN_OUT_NUM", RKNN_QUERY_IN_OUT_NUM, &count);
-  std::vector<rknn_output> outputs(count.n_output);
-  for (rknn_output& output : outputs) output.want_float = 1;
+  rknn_input_output_num number = {};
+  Query("IN_OUT_NUM", RKNN_QUERY_IN_OUT_NUM, &number);
+  std::vector<rknn_output> outputs(number.n_output);
+  for (uint32_t i = 0; i < number.n_output; ++i) {
+    outputs[i].index = i;
+    outputs[i].want_float = 1;
+  }
   Check("rknn_outputs_get",
-        std::min(rknn_outputs_get(handle_, count.n_output, outputs.data(), nullptr), 0));
+        std::min(rknn_outputs_get(handle_, number.n_output, outputs.data(), nullptr), 0));
   std::vector<std::vector<float>> values;
   for (const rknn_output& output : outputs) {
     const auto* floats = static_cast<const float*>(output.buf);
     values.emplace_back(floats, floats + output.size / sizeof(float));
   }
-  rknn_outputs_release(handle_, count.n_output, outputs.data());
+  rknn_outputs_release(handle_, number.n_output, outputs.data());
   return values;
 }
 

@@ -28,9 +28,9 @@ class Context {
   std::vector<rknn_tensor_attr> Inputs() const;
   std::vector<rknn_tensor_attr> Outputs() const;
 
-  // Runs a model with one input on an NCHW tensor, which the runtime converts to the model's own
-  // type and layout, and returns the outputs as floats. Throws Failure.
-  std::vector<std::vector<float>> Run(std::vector<float>* tensor);
+  // Runs the model on NCHW tensors, one for each input, which the runtime converts to the model's
+  // own types and layouts, and returns the outputs as floats. Throws Failure.
+  std::vector<std::vector<float>> Run(std::vector<float>* tensors, std::size_t count);
 
  private:
   void Check(const std::string& call, int code) const;

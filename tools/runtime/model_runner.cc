@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "corvane/util.h"
+#include "tools/runtime/input_check.h"
 #include "tools/runtime/model_file.h"
 #include "tools/runtime/rknn_names.h"
 #include "tools/runtime/runtime_watch.h"
@@ -30,25 +31,10 @@ void CheckKind(const RunSettings& settings, const rknn_tensor_attr& input) {
 }
 
 ModelInput CheckInput(const RunSettings& settings, const rknn_tensor_attr& input) {
-  CheckKind(settings, input);
   const std::vector<uint32_t> shape = Shape(input);
   ModelInput wanted;
   if (shape.size() != 4) return wanted;
-  if (shape[0] != 1) {
-    Refuse(settings, "takes " + std::to_string(shape[0]) +
-                         " pictures at once, the library gives it one; export it with batch 1");
-  }
   const bool is_planar = input.fmt == RKNN_TENSOR_NCHW;
-  const uint32_t channels = is_planar ? shape[1] : shape[3];
-  if (channels != static_cast<uint32_t>(settings.channels())) {
-    const bool looks_swapped = is_planar && shape[3] == static_cast<uint32_t>(settings.channels());
-    Refuse(settings, "takes " + std::to_string(channels) + " channel(s), but pixel type " +
-                         settings.pixel_type_name + " has " + std::to_string(settings.channels()) +
-                         (looks_swapped ? "; " + ShapeText(shape) +
-                                              " looks like NHWC, the library gives NCHW: export it "
-                                              "with channels first"
-                                        : ""));
-  }
   const bool passes_planes = settings.input_type == corvane::RKNN_INPUT_FLOAT16 ||
                              settings.input_type == corvane::RKNN_INPUT_INT16;
   if (!is_planar && passes_planes) {
@@ -79,9 +65,11 @@ ModelRunner::ModelRunner(const RunSettings& settings) : settings_(settings) {
                          (is_invalid ? PackingHint(settings.model) : ""));
   }
   const std::vector<rknn_tensor_attr>& inputs = WatchedRuntime().inputs;
-  if (inputs.size() != 1) {
-    Refuse(settings, std::to_string(inputs.size()) + " inputs; only models with one can run");
-  }
+  if (inputs.size() == 1) CheckKind(settings, inputs[0]);
+  const std::string problem = InputProblem(
+      inputs, {static_cast<uint32_t>(settings.channels())},
+      "pixel type " + settings.pixel_type_name + " has " + std::to_string(settings.channels()));
+  if (!problem.empty()) Refuse(settings, problem);
   input_ = CheckInput(settings, inputs[0]);
   output_count_ = WatchedRuntime().outputs.size();
 }
