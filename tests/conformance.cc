@@ -6,10 +6,11 @@
 // FOLDER has the cases as ONNX publishes them (Debian: libonnx-testdata): CASE/model.onnx and
 // CASE/test_data_set_0/{input,output}_N.pb. A case applies if its inputs are float, half or 8- or
 // 16-bit integers and its outputs numbers. It is right if every output has the expected sizes and
-// values (relative 1e-3, absolute 1e-5), refused if rknn_init fails or a run does, else wrong. The
-// last line has the three numbers. Exit status 1 where a case is wrong that is not known to be, or
-// fewer than RIGHT are right. --only runs the cases whose folder has that name, and says why they
-// are refused. --answer writes the outputs of cases that have none, for another engine to meet.
+// values (relative CONFORMANCE_RELATIVE, by default 1e-3; absolute 1e-5), refused if rknn_init
+// fails or a run does, else wrong. The last line has the three numbers. Exit status 1 where a case
+// is wrong that is not known to be, or fewer than RIGHT are right. --only runs the cases whose
+// folder has that name, and says why they are refused. --answer writes the outputs of cases that
+// have none, for another engine to meet.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -179,12 +180,18 @@ bool ReadCase(const fs::path& folder, Case* one) {
                                              [](const Tensor& t) { return IsInputType(t.type); });
 }
 
+double RelativeTolerance() {
+  const char* const text = std::getenv("CONFORMANCE_RELATIVE");
+  return text == nullptr ? 1e-3 : std::atof(text);
+}
+
 enum class Verdict { kRight, kRefused, kWrong };
 
 bool IsNear(double wanted, double got, uint64_t type) {
   if (std::isnan(wanted) || std::isnan(got)) return std::isnan(wanted) && std::isnan(got);
   // The data cuts bfloat16 off, engines round it.
-  const double relative = type == rknn_sim::kOnnxBfloat16 ? 0x1p-7 : 1e-3;
+  static const double otherwise = RelativeTolerance();
+  const double relative = type == rknn_sim::kOnnxBfloat16 ? 0x1p-7 : otherwise;
   return wanted == got || std::fabs(wanted - got) <= 1e-5 + relative * std::fabs(wanted);
 }
 

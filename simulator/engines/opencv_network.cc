@@ -8,6 +8,7 @@
 
 #include "simulator/control/environment.h"
 #include "simulator/engines/network.h"
+#include "simulator/engines/opencv_halves.h"
 #include "simulator/engines/opencv_lowering.h"
 #include "simulator/engines/opencv_operators.h"
 #include "simulator/engines/opencv_rewrite.h"
@@ -36,11 +37,11 @@ class QuietOpenCv {
 // A file as OpenCV gets it.
 struct OpenCvModel {
   explicit OpenCvModel(const OnnxFile& file) {
-    const OnnxNodes original = ReadOnnxNodes(file.bytes);
+    const String floats = WidenHalves(file.bytes);
+    const OnnxNodes original = ReadOnnxNodes(floats);
     const Vector<int64_t> common = CommonDims(original, *file.graph);
     rank = common.size();
-    const String simple =
-        RewriteOnnx(file.bytes, original, *file.graph, common, ProducerFor(original));
+    const String simple = RewriteOnnx(floats, original, *file.graph, common, ProducerFor(original));
     lowered_ = LowerOnnx(simple, ReadOnnxNodes(simple), *file.graph);
     bytes = WithoutUnreadNodes(lowered_, &rest_);
     nodes = ReadOnnxNodes(bytes);
@@ -150,6 +151,7 @@ bool Guarded(const char* what, String* why, Action action) {
     *why += what;
     *why += " this ONNX model: ";
     *why += reason;
+    *why += "; ONNX Runtime may";
     std::replace(why->begin(), why->end(), '\n', ' ');
     return false;
   };

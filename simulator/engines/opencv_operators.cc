@@ -53,7 +53,7 @@ class Checker {
     }
     if (!IsIn(kOperators, node.op)) {
       return "is not among the operators that OpenCV is known to compute right; replace it in the "
-             "network, or fold it if it is constant";
+             "network, fold it if it is constant, or use ONNX Runtime";
     }
     const bool is_computed = HasAny(computed_, node) && node.op != "Shape";
     const bool is_whole = HasAny(whole_, node);

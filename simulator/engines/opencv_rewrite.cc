@@ -9,6 +9,7 @@
 #include "simulator/onnx/node_writer.h"
 #include "simulator/onnx/protobuf_reader.h"
 #include "simulator/onnx/protobuf_writer.h"
+#include "simulator/onnx/types.h"
 
 namespace rknn_sim {
 
@@ -95,12 +96,16 @@ class Rewriter {
     if (name != input.name) renamed_.push_back({input.name, name});
   }
 
+  // Also a Cast of floats to floats.
   bool IsIdentityOfConstant(const OnnxNode& node) const {
-    if (node.op != "Identity" || !node.HasInput(0) || !node.HasOutput(0)) return false;
+    const bool is_cast = node.op == "Cast" && node.IntOr("to", 0) == int64_t{kOnnxFloat};
+    if ((node.op != "Identity" && !is_cast) || !node.HasInput(0) || !node.HasOutput(0))
+      return false;
     for (const std::string_view output : nodes_.graph_outputs) {
       if (output == node.outputs[0]) return false;
     }
-    return nodes_.FindConstant(Renamed(node.inputs[0])) != nullptr;
+    const auto* constant = nodes_.FindConstant(Renamed(node.inputs[0]));
+    return constant != nullptr && (!is_cast || ConstantType(constant->tensor) == kOnnxFloat);
   }
 
   std::string_view Renamed(std::string_view value) const {

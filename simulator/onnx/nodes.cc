@@ -186,6 +186,14 @@ Vector<int64_t> ConstantDims(std::string_view tensor) {
   return dims;
 }
 
+uint64_t ConstantType(std::string_view tensor) {
+  uint64_t type = 0;
+  Walk(tensor, [&](const ProtobufField& field) {
+    if (field.IsVarint(tensor_field::kDataType)) type = field.value;
+  });
+  return type;
+}
+
 bool ConstantFloats(std::string_view tensor, Vector<float>* numbers) {
   const Elements elements = ReadElements(tensor);
   if (elements.raw.size() > kMaxElements * sizeof(float) || elements.floats.size() > kMaxElements) {

@@ -55,6 +55,7 @@ bool ConstantFloats(std::string_view tensor, Vector<float>* numbers);
 
 // The sizes of a constant, outermost first.
 Vector<int64_t> ConstantDims(std::string_view tensor);
+uint64_t ConstantType(std::string_view tensor);  // of types.h; 0: not said
 
 }  // namespace rknn_sim
 

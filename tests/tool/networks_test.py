@@ -4,7 +4,7 @@ answer, or a line with the node and a cure."""
 import math
 
 from tool_case import ToolCase, main
-from onnx_networks import model, node, tensor, value_info
+from onnx_networks import halves, model, node, tensor, value_info
 
 SHAPE = [1, 3, 2, 4]
 
@@ -82,8 +82,10 @@ class NetworksTest(ToolCase):
         nearest = [self.planes[c][y // 2 * 4 + x // 2] for c in range(3) for y in range(4) for x in range(8)]
         linear = [doubled(plane, y, x) for plane in self.planes for y in range(4) for x in range(8)]
         padded = {"kernel_shape": [3, 3], "pads": [1] * 4}
+        tenth = 0.0999755859375  # as half
+        diagonal = [2.0, 0.0, 0.0, 0.0, -3.0, 0.0, 0.0, 0.0, 0.1]
         # As PyTorch writes chunk(2, 3): from the width, how wide a part is.
-        halves = [node("Shape", image, "all"), node("Gather", ["all", "three"], "width", axis=0), node("Add", ["width", "one"], "more"),
+        chunks = [node("Shape", image, "all"), node("Gather", ["all", "three"], "width", axis=0), node("Add", ["width", "one"], "more"),
                   node("Div", ["more", "two"], "part"), node("Mul", ["part", "one"], "middle"),
                   node("Slice", ["image", "zero", "middle", "three"], "left"), node("Mul", ["part", "two"], "end"),
                   node("Slice", ["image", "middle", "end", "three"], "right"), node("Sub", ["left", "right"], "y")]
@@ -141,12 +143,16 @@ class NetworksTest(ToolCase):
                               node("Div", ["row", "n"], "y")], [], {"shape": [1, 24]}, [v / math.sqrt(sum(v * v for v in self.values)) for v in self.values]),
             ("a mean taken away", [node("ReduceMean", image, "m", axes=[-1], keepdims=1), node("Sub", ["image", "m"], "y")], [], {},
              [v - sum(self.values[i // 4 * 4:i // 4 * 4 + 4]) / 4 for i, v in enumerate(self.values)]),
-            ("halves by chunk", halves, [tensor(n, [1], [v]) for n, v in (("zero", 0), ("one", 1), ("two", 2), ("three", 3))],
+            ("halves by chunk", chunks, [tensor(n, [1], [v]) for n, v in (("zero", 0), ("one", 1), ("two", 2), ("three", 3))],
              {"shape": [1, 3, 2, 2]}, [self.values[i] - self.values[i + 2] for i in range(24) if i % 4 < 2]),
             ("Gemm of computed matrices", gemm, [tensor("square", [2], [3, 8]), tensor("bias", [1], [1.5])], {"shape": [3, 3]},
              [sum(0.5 * v * w for v, w in zip(a, b)) + 3 for a in self.planes for b in self.planes]),
             ("Gemm without its sum", [node("Reshape", ["image", "square"], "q"), node("Gemm", ["q", "q", "bias"], "y", beta=0.0, transA=1)],
              [tensor("square", [2], [3, 8]), tensor("bias", [8], [1.0] * 8)], {"shape": [8, 8]}, sum(product(list(zip(*self.planes)), self.planes), [])),
+            ("weights in half precision", [node("Cast", ["h"], "w", to=1), node("Conv", ["image", "w"], "y", kernel_shape=[1, 1])],
+             [halves("h", [3, 3, 1, 1], diagonal)], {}, [(2, -3, tenth)[i // 8] * v for i, v in enumerate(self.values)]),
+            ("factors in half precision", [node("Constant", [], "h", value=halves("", [1, 3, 1, 1], [2.0, -3.0, 0.1], is_packed=True)),
+                                           node("Mul", ["image", "h"], "y")], [], {}, [(2, -3, tenth)[i // 8] * v for i, v in enumerate(self.values)]),
             ("a scale that is written 1 x 3 x 1 x 1", [node("Mul", ["image", "s"], "y")], [tensor("s", [1, 3, 1, 1], [1.0, 2.0, 3.0])], {},
              [v * (i // 8 + 1) for i, v in enumerate(self.values)]),
         ]:

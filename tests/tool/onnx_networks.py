@@ -33,6 +33,8 @@ def node(operator, inputs, outputs, **attributes):
             content = varint(2 << 3 | 5) + struct.pack("<f", value) + field(20, 1)
         elif isinstance(value, str):
             content = field(4, value) + field(20, 3)
+        elif isinstance(value, bytes):  # a tensor
+            content = field(5, value) + field(20, 4)
         else:
             content = b"".join(field(8, number % 2 ** 64) for number in value) + field(20, 7)
         data += field(5, field(1, name) + content)
@@ -44,6 +46,13 @@ def tensor(name, shape, values):
     is_whole = all(isinstance(value, int) for value in values)
     data = struct.pack("<%d%s" % (len(values), "q" if is_whole else "f"), *values)
     return b"".join(field(1, extent) for extent in shape) + field(2, 7 if is_whole else 1) + field(8, name) + field(9, data)
+
+
+def halves(name, shape, values, is_packed=False):
+    """In half precision, as bytes or as whole numbers."""
+    bits = [struct.unpack("<H", struct.pack("<e", value))[0] for value in values]
+    data = field(5, b"".join(varint(number) for number in bits)) if is_packed else field(9, struct.pack("<%dH" % len(bits), *bits))
+    return b"".join(field(1, extent) for extent in shape) + field(2, 10) + field(8, name) + data
 
 
 def model(nodes, tensors, inputs, outputs, opset=13, producer="test"):
