@@ -27,7 +27,7 @@ bool IsLaidAsInOnnx(Vector<int64_t> constant, const Vector<int64_t>& value) {
   if (constant.size() > value.size()) return false;
   constant.insert(constant.begin(), value.size() - constant.size(), 1);
   if (constant[0] != 1) return false;
-  for (const std::size_t first : {0, 1}) {
+  for (std::size_t first = 0; first < 2; ++first) {
     Vector<int64_t> laid(value.size(), 1);
     int64_t found = 1;
     for (std::size_t axis = first; axis < value.size() && found < elements; ++axis) {
