@@ -145,6 +145,7 @@ class RuntimeTest : public testing::Test {
 
   void TearDown() override { EXPECT_EQ(rknn_sim::MisuseCount(), 0u); }
 
+  const TempFile model_file_{"0123456789abcM"};
   std::vector<corvane::OutputTensor> outputs_;
 
  private:
@@ -187,7 +188,6 @@ class RuntimeTest : public testing::Test {
     return text;
   }
 
-  const TempFile model_file_{"0123456789abcM"};
   const rknn_sim::Session session_;
 };
 
