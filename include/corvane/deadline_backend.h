@@ -44,8 +44,10 @@
 
 namespace corvane {
 
+// Forward with a deadline. Thread-safe, but for the destructor.
 class DeadlineBackend {
  public:
+  // What became of a frame.
   enum Result {
     kDone,       // *outputs has every output
     kFailed,     // Forward failed: its records, all NaN, are in *outputs, and errno has the reason

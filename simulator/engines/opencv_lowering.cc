@@ -56,7 +56,7 @@ class Lowering {
     return String(node.outputs[0]) + "/corvane/" + part;
   }
 
-  // The operation stands in the place of node i, after those that stand there already.
+  // The operation takes the place of node i, after those that are there already.
   void Append(std::size_t i, std::string_view op, const Vector<std::string_view>& inputs,
               const Vector<std::string_view>& outputs, std::string_view attributes = {}) {
     places_[i].is_replaced = true;

@@ -1,4 +1,4 @@
-// What stands in the way of a model, for tools that show all of it: rknn_init has one line.
+// What keeps a model from running, for tools that show all of it: rknn_init has one line.
 #ifndef CORVANE_SIMULATOR_MODELS_MODEL_PROBLEMS_H_
 #define CORVANE_SIMULATOR_MODELS_MODEL_PROBLEMS_H_
 
