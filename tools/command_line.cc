@@ -62,10 +62,11 @@ void AddPack(CLI::App* app, PackOptions* options) {
 }
 
 void AddInfo(CLI::App* app, InfoOptions* options) {
-  CLI::App* verb = app->add_subcommand("info", "Show what the runtime says about a model file");
+  CLI::App* verb = app->add_subcommand(
+      "info", "Show what the runtime says about a model file, or sum up a recording");
   verb->footer(
       "Exit status with --check: 0 where the engines agree, 1 where not, 2 where not both run it.");
-  verb->add_option("model", options->model, "The model file")->required();
+  verb->add_option("model", options->model, "The model file or recording")->required();
   verb->add_flag("--check", options->check,
                  "Run it on both engines of the simulated runtime, and say where they differ");
   AddTolerance(verb, &options->tolerance);
@@ -132,6 +133,33 @@ void AddAlign(CLI::App* app, AlignOptions* options) {
   verb->add_option("-o,--output", options->output, "The PNG file to write")->required();
 }
 
+void AddCommand(CLI::App* verb, std::vector<std::string>* command) {
+  verb->add_option("command", *command, "After --: the program and its arguments")->required();
+}
+
+void AddRecord(CLI::App* app, RecordOptions* options) {
+  CLI::App* verb = app->add_subcommand(
+      "record", "Run a program and record what it and the runtime say to each other");
+  verb->footer("Exit status: the program's; 128 and the signal's number where one ended it.");
+  AddCommand(verb, &options->command);
+  verb->add_option("-o,--output", options->output, "The recording to write; not there yet")
+      ->required();
+  verb->add_option("--every", options->every,
+                   "Keep the bytes of every Nth frame only, of the others their hashes");
+  verb->add_option("--frames", options->frames, "Record no frame after the first N");
+  verb->add_option("--max-bytes", options->max_bytes, "Stop before the recording grows larger");
+}
+
+void AddReplay(CLI::App* app, ReplayOptions* options) {
+  CLI::App* verb = app->add_subcommand(
+      "replay", "Run a program on the simulated runtime, which answers from a recording");
+  verb->footer(
+      "Exit status: the program's; where that is 0, 1 unless it did all that was recorded.");
+  verb->add_option("recording", options->recording, "What corvane record wrote")->required();
+  AddCommand(verb, &options->command);
+  verb->add_flag("--times", options->times, "Let each call take as long as it took");
+}
+
 }  // namespace
 
 CommandLine::CommandLine() {
@@ -144,6 +172,8 @@ CommandLine::CommandLine() {
   AddExplain(&app, &explain);
   AddKinds(&app, &kinds);
   AddAlign(&app, &align);
+  AddRecord(&app, &record);
+  AddReplay(&app, &replay);
   app.add_subcommand("manual", "Print the man page (roff)");
   app.add_subcommand("completion", "Print the completion for bash");
   // Last: subcommands inherit it.

@@ -17,8 +17,12 @@ struct CommandLine {
   ExplainOptions explain;
   KindsOptions kinds;
   AlignOptions align;
-  CLI::App app{"Models for the RKNN runtime: pack, look at, run, compare and explain them.",
-               "corvane"};
+  RecordOptions record;
+  ReplayOptions replay;
+  CLI::App app{
+      "Models for the RKNN runtime: pack, look at, run, compare and explain them; record and "
+      "replay programs.",
+      "corvane"};
 
   CommandLine();
 };

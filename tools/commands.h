@@ -8,7 +8,8 @@
 
 namespace corvane_tool {
 
-// compare, explain, run --expect, info --check: the outputs are not the reference's.
+// compare, explain, run --expect, info --check: the outputs are not the reference's; replay: the
+// program did not do what was recorded.
 constexpr int kDiffers = 1;
 // compare, explain, info --check: Failure, so that it is not taken for a difference.
 constexpr int kCannotCompare = 2;
@@ -82,6 +83,20 @@ struct KindsOptions {
   SettingsOptions settings;
 };
 int Kinds(const KindsOptions& options);
+
+struct RecordOptions {
+  std::vector<std::string> command;
+  std::string output;
+  std::string every, frames, max_bytes;
+};
+int Record(const RecordOptions& options);
+
+struct ReplayOptions {
+  std::vector<std::string> command;
+  std::string recording;
+  bool times = false;
+};
+int Replay(const ReplayOptions& options);
 
 }  // namespace corvane_tool
 

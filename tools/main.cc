@@ -57,6 +57,8 @@ int Dispatch(const CommandLine& line) {
   if (app.got_subcommand("explain")) return OrCannotCompare(corvane_tool::Explain, line.explain);
   if (app.got_subcommand("kinds")) return Kinds(line.kinds);
   if (app.got_subcommand("align")) return Align(line.align);
+  if (app.got_subcommand("record")) return Record(line.record);
+  if (app.got_subcommand("replay")) return Replay(line.replay);
   const bool is_manual = app.got_subcommand("manual");
   std::fputs((is_manual ? corvane_tool::ManPage(app) : corvane_tool::BashCompletion(app)).c_str(),
              stdout);

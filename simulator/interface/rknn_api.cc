@@ -11,6 +11,7 @@
 #include "simulator/interface/invocation.h"
 #include "simulator/interface/rknn_names.h"
 #include "simulator/models/load_model.h"
+#include "simulator/replay/player.h"
 
 namespace rknn_sim {
 
@@ -209,21 +210,26 @@ int InvokeOn(Function function, rknn_context handle, Body body) noexcept {
 using rknn_sim::Context;
 using rknn_sim::Function;
 using rknn_sim::Invocation;
+using rknn_sim::Player;
 
 extern "C" {
 
 RKNN_SIM_EXPORT int rknn_init(rknn_context* context, void* model, uint32_t size, uint32_t flag) {
+  if (Player* player = Player::Get()) return player->Init(context, model, size);
   return rknn_sim::Invoke(Function::kInit, 0, [&](Invocation& call) {
     return rknn_sim::Init(call, context, model, size, flag);
   });
 }
 
 RKNN_SIM_EXPORT int rknn_destroy(rknn_context context) {
+  if (Player* player = Player::Get()) return player->Destroy(context);
   return rknn_sim::InvokeOn(Function::kDestroy, context, rknn_sim::Destroy);
 }
 
 RKNN_SIM_EXPORT int rknn_query(rknn_context context, rknn_query_cmd cmd, void* info,
                                uint32_t size) {
+  if (Player* player = Player::Get())
+    return player->Query(context, rknn_sim::RawValue(cmd), info, size);
   return rknn_sim::InvokeOn(Function::kQuery, context, [&](Invocation& call, Context& live) {
     if (rknn_sim::Call* record = call.record()) {
       std::memcpy(&record->query, &cmd, sizeof(cmd));
@@ -234,12 +240,14 @@ RKNN_SIM_EXPORT int rknn_query(rknn_context context, rknn_query_cmd cmd, void* i
 }
 
 RKNN_SIM_EXPORT int rknn_inputs_set(rknn_context context, uint32_t n_inputs, rknn_input inputs[]) {
+  if (Player* player = Player::Get()) return player->InputsSet(context, n_inputs, inputs);
   return rknn_sim::InvokeOn(Function::kInputsSet, context, [&](Invocation& call, Context& live) {
     return rknn_sim::InputsSet(call, live, n_inputs, inputs);
   });
 }
 
 RKNN_SIM_EXPORT int rknn_run(rknn_context context, rknn_run_extend* extend) {
+  if (Player* player = Player::Get()) return player->Run(context);
   return rknn_sim::InvokeOn(Function::kRun, context, [&](Invocation& call, Context& live) {
     if (rknn_sim::Call* record = call.record()) record->is_extend_null = extend == nullptr;
     return rknn_sim::Run(call, live);
@@ -248,6 +256,7 @@ RKNN_SIM_EXPORT int rknn_run(rknn_context context, rknn_run_extend* extend) {
 
 RKNN_SIM_EXPORT int rknn_outputs_get(rknn_context context, uint32_t n_outputs,
                                      rknn_output outputs[], rknn_output_extend* extend) {
+  if (Player* player = Player::Get()) return player->OutputsGet(context, n_outputs, outputs);
   return rknn_sim::InvokeOn(Function::kOutputsGet, context, [&](Invocation& call, Context& live) {
     if (rknn_sim::Call* record = call.record()) record->is_extend_null = extend == nullptr;
     return rknn_sim::OutputsGet(call, live, n_outputs, outputs);
@@ -256,6 +265,7 @@ RKNN_SIM_EXPORT int rknn_outputs_get(rknn_context context, uint32_t n_outputs,
 
 RKNN_SIM_EXPORT int rknn_outputs_release(rknn_context context, uint32_t n_outputs,
                                          rknn_output outputs[]) {
+  if (Player* player = Player::Get()) return player->OutputsRelease(context);
   return rknn_sim::InvokeOn(Function::kOutputsRelease, context,
                             [&](Invocation& call, Context& live) {
                               return rknn_sim::OutputsRelease(call, live, n_outputs, outputs);

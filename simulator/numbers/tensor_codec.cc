@@ -50,22 +50,6 @@ T Load(const uint8_t* from) {
   return value;
 }
 
-float ElementAsFloat(rknn_tensor_type type, const uint8_t* from) {
-  switch (type) {
-    case RKNN_TENSOR_FLOAT32:
-      return Load<float>(from);
-    case RKNN_TENSOR_FLOAT16:
-      return HalfToFloat(Load<uint16_t>(from));
-    case RKNN_TENSOR_INT8:
-      return Load<int8_t>(from);
-    case RKNN_TENSOR_UINT8:
-      return *from;
-    case RKNN_TENSOR_INT16:
-      return Load<int16_t>(from);
-  }
-  return 0.0f;
-}
-
 bool IsInteger(rknn_tensor_type type) {
   return type == RKNN_TENSOR_INT8 || type == RKNN_TENSOR_UINT8 || type == RKNN_TENSOR_INT16;
 }
@@ -112,6 +96,22 @@ void Relayout(const rknn_tensor_attr& attr, rknn_tensor_format from, Vector<floa
 
 }  // namespace
 
+float ElementAsNumber(rknn_tensor_type type, const uint8_t* from) {
+  switch (type) {
+    case RKNN_TENSOR_FLOAT32:
+      return Load<float>(from);
+    case RKNN_TENSOR_FLOAT16:
+      return HalfToFloat(Load<uint16_t>(from));
+    case RKNN_TENSOR_INT8:
+      return Load<int8_t>(from);
+    case RKNN_TENSOR_UINT8:
+      return *from;
+    case RKNN_TENSOR_INT16:
+      return Load<int16_t>(from);
+  }
+  return 0.0f;
+}
+
 float HalfToFloat(uint16_t half) {
   const uint32_t sign = static_cast<uint32_t>(half & 0x8000) << 16;
   const uint32_t exponent = (half >> 10) & 0x1f, fraction = half & 0x3ff;
@@ -129,7 +129,7 @@ void DecodeInput(const rknn_tensor_attr& attr, const rknn_input& input, const ui
   const std::size_t count = std::min<std::size_t>(attr.n_elems, input.size / width);
   const bool is_quantized = input.pass_through != 0 && IsInteger(input.type);
   for (std::size_t i = 0; i < count; ++i) {
-    const float element = ElementAsFloat(input.type, bytes + i * width);
+    const float element = ElementAsNumber(input.type, bytes + i * width);
     (*numbers)[i] = is_quantized ? static_cast<float>(Dequantized(attr, element)) : element;
   }
   if (input.pass_through == 0) Relayout(attr, input.fmt, numbers);
@@ -141,7 +141,7 @@ void RoundToNative(const rknn_tensor_attr& attr, Vector<float>* numbers) {
   uint8_t element[sizeof(float)];
   for (float& number : *numbers) {
     EncodeNative(attr, &number, 1, element);
-    number = ElementAsFloat(attr.type, element);
+    number = ElementAsNumber(attr.type, element);
     if (IsInteger(attr.type)) number = static_cast<float>(Dequantized(attr, number));
   }
 }

@@ -11,6 +11,7 @@
 #include "simulator/models/model_problems.h"
 #include "tools/commands.h"
 #include "tools/results/comparison.h"
+#include "tools/results/recording_summary.h"
 #include "tools/runtime/context.h"
 #include "tools/runtime/engine_answer.h"
 #include "tools/runtime/input_check.h"
@@ -77,6 +78,7 @@ int Check(const InfoOptions& options, const std::vector<uint8_t>& model) {
 }  // namespace
 
 int Info(const InfoOptions& options) {
+  if (!options.check && PrintIfRecording(options.model)) return 0;
   const ModelFile file = ReadModelFile(options.model);
   if (options.check) return Check(options, file.model);
   std::printf("%s\n  prefix        \"%s\"\n  model         %zu bytes\n", options.model.c_str(),
