@@ -1,11 +1,7 @@
 #include "tools/runtime/runtime_watch.h"
 
-#include <dlfcn.h>
-
-#include <cstdio>
-#include <cstdlib>
-
 #include "corvane/util.h"
+#include "tools/runtime/loaded_runtime.h"
 
 namespace corvane_tool {
 
@@ -16,30 +12,20 @@ RuntimeRecord& WatchedRuntime() {
 
 namespace {
 
-// One watched call. What the runtime calls of its own functions meanwhile is its own affair.
 class Call {
  public:
-  explicit Call(const char* name) : name_(name) { ++depth_; }
-  Call(const Call&) = delete;
-  Call& operator=(const Call&) = delete;
-  ~Call() { --depth_; }
+  explicit Call(const char* name) : name_(name) {}
 
-  bool is_watched() const { return depth_ == 1; }
-
-  // The runtime's function, which this program's own of the same name hides.
-  template <typename Function>
-  Function* Next(Function* /*same type*/) const {
-    void* found = dlsym(RTLD_NEXT, name_);
-    if (found == nullptr) {
-      std::fprintf(stderr, "corvane: librknn_api.so has no function %s\n", name_);
-      std::abort();
-    }
-    return reinterpret_cast<Function*>(found);
+  // Calls the runtime's function of the same name.
+  template <typename Function, typename... Arguments>
+  int Next(Function* /*same type*/, Arguments... arguments) const {
+    const auto function = reinterpret_cast<Function*>(FindInRuntime(name_));
+    return function != nullptr ? function(arguments...) : RKNN_ERR_DEVICE_UNAVAILABLE;
   }
 
   int End(int code, bool failed) const {
     RuntimeRecord& record = WatchedRuntime();
-    if (is_watched() && failed && record.failed_call == nullptr) {
+    if (failed && record.failed_call == nullptr) {
       record.failed_call = name_;
       record.failed_code = code;
     }
@@ -48,9 +34,7 @@ class Call {
 
  private:
   const char* name_;
-  static thread_local int depth_;
 };
-thread_local int Call::depth_ = 0;
 
 void NoteAttribute(const rknn_tensor_attr& attribute, std::vector<rknn_tensor_attr>* attributes) {
   if (attribute.index < attributes->size()) (*attributes)[attribute.index] = attribute;
@@ -60,21 +44,19 @@ void NoteAttribute(const rknn_tensor_attr& attribute, std::vector<rknn_tensor_at
 
 }  // namespace corvane_tool
 
-#define CORVANE_WATCH __attribute__((visibility("default")))
-
 extern "C" {
 
-CORVANE_WATCH int rknn_init(rknn_context* context, void* model, uint32_t size, uint32_t flag) {
+int rknn_init(rknn_context* context, void* model, uint32_t size, uint32_t flag) {
   const corvane_tool::Call call("rknn_init");
-  if (call.is_watched()) corvane_tool::WatchedRuntime() = corvane_tool::RuntimeRecord();
-  const int code = call.Next(&rknn_init)(context, model, size, flag);
+  corvane_tool::WatchedRuntime() = corvane_tool::RuntimeRecord();
+  const int code = call.Next(&rknn_init, context, model, size, flag);
   return call.End(code, code != 0);
 }
 
-CORVANE_WATCH int rknn_query(rknn_context context, rknn_query_cmd cmd, void* info, uint32_t size) {
+int rknn_query(rknn_context context, rknn_query_cmd cmd, void* info, uint32_t size) {
   const corvane_tool::Call call("rknn_query");
-  const int code = call.Next(&rknn_query)(context, cmd, info, size);
-  if (call.is_watched() && code == 0) {
+  const int code = call.Next(&rknn_query, context, cmd, info, size);
+  if (code == 0) {
     corvane_tool::RuntimeRecord& record = corvane_tool::WatchedRuntime();
     if (cmd == RKNN_QUERY_IN_OUT_NUM) {
       const auto& count = *static_cast<const rknn_input_output_num*>(info);
@@ -89,26 +71,38 @@ CORVANE_WATCH int rknn_query(rknn_context context, rknn_query_cmd cmd, void* inf
   return call.End(code, code != 0);
 }
 
-CORVANE_WATCH int rknn_inputs_set(rknn_context context, uint32_t count, rknn_input inputs[]) {
+int rknn_inputs_set(rknn_context context, uint32_t count, rknn_input inputs[]) {
   const corvane_tool::Call call("rknn_inputs_set");
-  if (call.is_watched()) corvane_tool::WatchedRuntime().input_given = corvane::get_current_time();
-  const int code = call.Next(&rknn_inputs_set)(context, count, inputs);
+  corvane_tool::WatchedRuntime().input_given = corvane::get_current_time();
+  const int code = call.Next(&rknn_inputs_set, context, count, inputs);
   return call.End(code, code < 0);
 }
 
-CORVANE_WATCH int rknn_run(rknn_context context, rknn_run_extend* extend) {
+int rknn_run(rknn_context context, rknn_run_extend* extend) {
   const corvane_tool::Call call("rknn_run");
-  const int code = call.Next(&rknn_run)(context, extend);
+  const int code = call.Next(&rknn_run, context, extend);
   return call.End(code, code < 0);
 }
 
-CORVANE_WATCH int rknn_outputs_get(rknn_context context, uint32_t count, rknn_output outputs[],
-                                   rknn_output_extend* extend) {
+int rknn_outputs_get(rknn_context context, uint32_t count, rknn_output outputs[],
+                     rknn_output_extend* extend) {
   const corvane_tool::Call call("rknn_outputs_get");
-  const int code = call.Next(&rknn_outputs_get)(context, count, outputs, extend);
-  if (call.is_watched() && code >= 0) {
+  const int code = call.Next(&rknn_outputs_get, context, count, outputs, extend);
+  if (code >= 0) {
     corvane_tool::WatchedRuntime().outputs_back = corvane::get_current_time();
   }
+  return call.End(code, code < 0);
+}
+
+int rknn_outputs_release(rknn_context context, uint32_t count, rknn_output outputs[]) {
+  const corvane_tool::Call call("rknn_outputs_release");
+  const int code = call.Next(&rknn_outputs_release, context, count, outputs);
+  return call.End(code, code < 0);
+}
+
+int rknn_destroy(rknn_context context) {
+  const corvane_tool::Call call("rknn_destroy");
+  const int code = call.Next(&rknn_destroy, context);
   return call.End(code, code < 0);
 }
 }

@@ -2,9 +2,8 @@
 //
 // The library says that a call of the runtime failed (errno is EIO), but not which one, with which
 // code, nor how long the halves of a run took, nor what the tensors are called. The tool therefore
-// defines the runtime's functions itself: the dynamic loader binds the library's calls to those of
-// the program, which record them and pass them on to the runtime. This works alike with the
-// vendor's runtime and the simulated one.
+// defines the runtime's functions itself, which record the calls and pass them on. This works alike
+// with the vendor's runtime and the simulated one.
 #ifndef CORVANE_TOOLS_RUNTIME_RUNTIME_WATCH_H_
 #define CORVANE_TOOLS_RUNTIME_RUNTIME_WATCH_H_
 
