@@ -133,6 +133,20 @@ void AddAlign(CLI::App* app, AlignOptions* options) {
   verb->add_option("-o,--output", options->output, "The PNG file to write")->required();
 }
 
+void AddDoctor(CLI::App* app, DoctorOptions* options) {
+  CLI::App* verb =
+      app->add_subcommand("doctor", "Find what is wrong with the board, the runtime and a model");
+  verb->footer(
+      "Exit status: 0 where all is well, 1 where something is worth a look, 2 where something is\n"
+      "wrong.");
+  verb->add_option("model", options->model, "The model file; without it none is run");
+  verb->add_option("--json", options->json, "Write the report to this file, too");
+  verb->add_option("--limit", options->limit,
+                   "Seconds that a step may take before it counts as hanging; 30 if not given");
+  verb->add_option("--root", options->root,
+                   "Read /proc, /sys and /dev below this folder instead of those of this machine");
+}
+
 void AddCommand(CLI::App* verb, std::vector<std::string>* command) {
   verb->add_option("command", *command, "After --: the program and its arguments")->required();
 }
@@ -172,6 +186,7 @@ CommandLine::CommandLine() {
   AddExplain(&app, &explain);
   AddKinds(&app, &kinds);
   AddAlign(&app, &align);
+  AddDoctor(&app, &doctor);
   AddRecord(&app, &record);
   AddReplay(&app, &replay);
   app.add_subcommand("manual", "Print the man page (roff)");

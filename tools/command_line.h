@@ -17,6 +17,7 @@ struct CommandLine {
   ExplainOptions explain;
   KindsOptions kinds;
   AlignOptions align;
+  DoctorOptions doctor;
   RecordOptions record;
   ReplayOptions replay;
   CLI::App app{

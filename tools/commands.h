@@ -84,6 +84,15 @@ struct KindsOptions {
 };
 int Kinds(const KindsOptions& options);
 
+struct DoctorOptions {
+  std::string model;
+  std::string json;
+  std::string limit;  // seconds for each step
+  std::string root;   // of /proc, /sys and /dev
+};
+// Returns 0 where all is well, 1 where something is worth a look, 2 where something is wrong.
+int Doctor(const DoctorOptions& options);
+
 struct RecordOptions {
   std::vector<std::string> command;
   std::string output;

@@ -35,7 +35,7 @@ int Parse(int argc, char** argv, CommandLine* line, bool* is_done) {
   return 0;
 }
 
-// Where 1 means a difference, a failure has a status of its own.
+// Where 1 means a difference or a finding, a failure has a status of its own.
 template <typename Options>
 int OrCannotCompare(int (*verb)(const Options&), const Options& options) {
   try {
@@ -57,6 +57,7 @@ int Dispatch(const CommandLine& line) {
   if (app.got_subcommand("explain")) return OrCannotCompare(corvane_tool::Explain, line.explain);
   if (app.got_subcommand("kinds")) return Kinds(line.kinds);
   if (app.got_subcommand("align")) return Align(line.align);
+  if (app.got_subcommand("doctor")) return OrCannotCompare(corvane_tool::Doctor, line.doctor);
   if (app.got_subcommand("record")) return Record(line.record);
   if (app.got_subcommand("replay")) return Replay(line.replay);
   const bool is_manual = app.got_subcommand("manual");

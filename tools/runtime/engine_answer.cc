@@ -1,9 +1,5 @@
 #include "tools/runtime/engine_answer.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <random>
@@ -12,7 +8,7 @@
 #include "tools/results/json.h"
 #include "tools/runtime/context.h"
 #include "tools/runtime/rknn_names.h"
-#include "tools/support/failure.h"
+#include "tools/support/child_process.h"
 
 namespace corvane_tool {
 
@@ -49,27 +45,8 @@ Json Answer(const std::string& path, const std::vector<uint8_t>& model) {
   return {{"driver", version.drv_version}, {"outputs", outputs}};
 }
 
-void WriteAll(int file, const std::vector<uint8_t>& bytes) {
-  for (std::size_t done = 0; done < bytes.size();) {
-    const ssize_t written = write(file, bytes.data() + done, bytes.size() - done);
-    if (written < 0 && errno != EINTR) return;
-    if (written > 0) done += static_cast<std::size_t>(written);
-  }
-}
-
-std::vector<uint8_t> ReadAll(int file) {
-  std::vector<uint8_t> bytes;
-  uint8_t part[65536];
-  for (;;) {
-    const ssize_t got = read(file, part, sizeof(part));
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) return bytes;
-    bytes.insert(bytes.end(), part, part + got);
-  }
-}
-
-[[noreturn]] void AnswerAndEnd(const char* engine, const std::string& path,
-                               const std::vector<uint8_t>& model, int file) {
+void AnswerTo(int file, const char* engine, const std::string& path,
+              const std::vector<uint8_t>& model) {
   setenv("CORVANE_SIM_ENGINE", engine, 1);
   unsetenv("CORVANE_SIM_TRACE");  // one file cannot have the calls of several processes
   Json answer;
@@ -78,8 +55,8 @@ std::vector<uint8_t> ReadAll(int file) {
   } catch (const std::exception& problem) {
     answer = {{"problem", problem.what()}};
   }
-  WriteAll(file, Json::to_msgpack(answer));
-  _exit(0);
+  const std::vector<uint8_t> bytes = Json::to_msgpack(answer);
+  WriteAll(file, bytes.data(), bytes.size());
 }
 
 EngineAnswer FromJson(const Json& json) {
@@ -108,26 +85,11 @@ EngineAnswer FromJson(const Json& json) {
 
 EngineAnswer AskEngine(const char* engine, const std::string& path,
                        const std::vector<uint8_t>& model) {
-  int ends[2];
-  if (pipe(ends) != 0) throw Failure(std::string("no pipe: ") + std::strerror(errno));
-  const pid_t child = fork();
-  if (child == 0) {
-    close(ends[0]);
-    AnswerAndEnd(engine, path, model, ends[1]);
-  }
-  const int why = errno;
-  close(ends[1]);
-  const std::vector<uint8_t> bytes = child > 0 ? ReadAll(ends[0]) : std::vector<uint8_t>();
-  close(ends[0]);
-  if (child < 0) throw Failure(std::string("no process: ") + std::strerror(why));
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return FromJson(Json::from_msgpack(bytes));
+  const ChildAnswer child = RunInChild([&](int file) { AnswerTo(file, engine, path, model); },
+                                       std::chrono::milliseconds(0));
+  if (child.end.empty()) return FromJson(Json::from_msgpack(child.bytes));
   EngineAnswer answer;
-  answer.problem = path + ": the process that ran it ended by " +
-                   (WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
-                                        : "status " + std::to_string(WEXITSTATUS(status)));
+  answer.problem = path + ": the process that ran it ended by " + child.end;
   return answer;
 }
 
