@@ -147,6 +147,34 @@ void AddDoctor(CLI::App* app, DoctorOptions* options) {
                    "Read /proc, /sys and /dev below this folder instead of those of this machine");
 }
 
+void AddBench(CLI::App* app, BenchOptions* options) {
+  CLI::App* verb = app->add_subcommand("bench", "Measure how long a model takes in the library");
+  verb->footer(
+      "prepare: until the input tensor is made; run: from there until the runtime has all "
+      "outputs;\n"
+      "fetch: until the caller has them. Percentiles are by nearest rank. Exit status with\n"
+      "--compare: 1 where something has become slower beyond the noise, 2 where nothing can be\n"
+      "measured.");
+  verb->add_option("model", options->settings.model, "The model file")->required();
+  verb->add_option("-c,--config", options->settings.config, "The settings file of corvane run");
+  verb->add_option("--kind", options->settings.kind,
+                   "The form of the model's input: float32 (if not given), float16, int16, uint8");
+  verb->add_option("--pixel-type", options->settings.pixel_type,
+                   "How the picture is handed over: RGB (if not given), BGR, GRAY, ...");
+  verb->add_option("--means", options->settings.means, "As of corvane run");
+  verb->add_option("--scales", options->settings.scales, "As of corvane run");
+  verb->add_option("--parallel", options->parallel,
+                   "Measure 1 to N backends at the same time; 2 if not given");
+  verb->add_option("--seconds", options->seconds,
+                   "How long to wait for steady times; 60 if not given");
+  verb->add_option("--limit", options->limit,
+                   "Seconds without a frame after which the runtime counts as hanging; 30 if not "
+                   "given");
+  verb->add_option("--json", options->json, "Write the figures to this file, too");
+  verb->add_option("--compare", options->compare,
+                   "Tell what has changed since this file was written by --json");
+}
+
 void AddCommand(CLI::App* verb, std::vector<std::string>* command) {
   verb->add_option("command", *command, "After --: the program and its arguments")->required();
 }
@@ -187,6 +215,7 @@ CommandLine::CommandLine() {
   AddKinds(&app, &kinds);
   AddAlign(&app, &align);
   AddDoctor(&app, &doctor);
+  AddBench(&app, &bench);
   AddRecord(&app, &record);
   AddReplay(&app, &replay);
   app.add_subcommand("manual", "Print the man page (roff)");

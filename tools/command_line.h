@@ -18,6 +18,7 @@ struct CommandLine {
   KindsOptions kinds;
   AlignOptions align;
   DoctorOptions doctor;
+  BenchOptions bench;
   RecordOptions record;
   ReplayOptions replay;
   CLI::App app{

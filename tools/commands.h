@@ -93,6 +93,14 @@ struct DoctorOptions {
 // Returns 0 where all is well, 1 where something is worth a look, 2 where something is wrong.
 int Doctor(const DoctorOptions& options);
 
+struct BenchOptions {
+  SettingsOptions settings;
+  std::string parallel, seconds, limit;
+  std::string json, compare;
+};
+// Returns kDiffers where something is slower than in the bench that it is compared with.
+int Bench(const BenchOptions& options);
+
 struct RecordOptions {
   std::vector<std::string> command;
   std::string output;

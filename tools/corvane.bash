@@ -10,13 +10,14 @@ _corvane() {
     kinds) words="--help -h --config -c --model --kind --pixel-type --means --scales --resize --template --exif --landmarks" ;;
     align) words="--help -h --landmarks --template --output -o" ;;
     doctor) words="--help -h --json --limit --root" ;;
+    bench) words="--help -h --config -c --kind --pixel-type --means --scales --parallel --seconds --limit --json --compare" ;;
     record) words="--help -h --output -o --every --frames --max-bytes" ;;
     replay) words="--help -h --times" ;;
     manual) words="--help -h" ;;
     completion) words="--help -h" ;;
-    *) words="--help -h --version pack info run compare explain kinds align doctor record replay manual completion" ;;
+    *) words="--help -h --version pack info run compare explain kinds align doctor bench record replay manual completion" ;;
   esac
-  [ "$COMP_CWORD" -eq 1 ] && words="--help -h --version pack info run compare explain kinds align doctor record replay manual completion"
+  [ "$COMP_CWORD" -eq 1 ] && words="--help -h --version pack info run compare explain kinds align doctor bench record replay manual completion"
   case $current in
     -*) mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current") ;;
     *) if [ "$COMP_CWORD" -eq 1 ]; then

@@ -58,6 +58,7 @@ int Dispatch(const CommandLine& line) {
   if (app.got_subcommand("kinds")) return Kinds(line.kinds);
   if (app.got_subcommand("align")) return Align(line.align);
   if (app.got_subcommand("doctor")) return OrCannotCompare(corvane_tool::Doctor, line.doctor);
+  if (app.got_subcommand("bench")) return OrCannotCompare(corvane_tool::Bench, line.bench);
   if (app.got_subcommand("record")) return Record(line.record);
   if (app.got_subcommand("replay")) return Replay(line.replay);
   const bool is_manual = app.got_subcommand("manual");

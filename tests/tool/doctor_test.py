@@ -185,7 +185,7 @@ class DoctorTest(ToolCase):
                                     for finding in all_findings), all_findings)
 
     def test_mistakes(self):
-        self.corvane("doctor", "--limit", "0", status=2, says="--limit: '0' is not a number of seconds from 0.1 to 3600")
+        self.corvane("doctor", "--limit", "0", status=2, says="--limit: '0' is not a number from 0.1 to 3600")
         self.corvane("doctor", "--json", "no/such/folder", status=2, says="no/such/folder")
 
 

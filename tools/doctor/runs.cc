@@ -1,16 +1,12 @@
-#include <unistd.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <random>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "corvane/util.h"
 #include "simulator/interface/rknn_names.h"
 #include "tools/doctor/checks.h"
 #include "tools/results/run_summary.h"
@@ -21,6 +17,8 @@
 #include "tools/runtime/runtime_watch.h"
 #include "tools/support/child_process.h"
 #include "tools/support/failure.h"
+#include "tools/support/resident_memory.h"
+#include "tools/support/stopwatch.h"
 
 namespace corvane_tool {
 
@@ -181,13 +179,6 @@ void CheckAnswers(Context* context, const std::vector<rknn_tensor_attr>& inputs,
   }
 }
 
-long ResidentKilobytes() {
-  std::ifstream file("/proc/self/statm");
-  long pages = 0, resident = 0;
-  file >> pages >> resident;
-  return resident * (sysconf(_SC_PAGESIZE) / 1024);
-}
-
 void CheckManyRuns(Context* context, const std::vector<rknn_tensor_attr>& inputs,
                    Reporter* report) {
   constexpr int kFirst = 20, kAll = 120;
@@ -200,9 +191,9 @@ void CheckManyRuns(Context* context, const std::vector<rknn_tensor_attr>& inputs
   for (; runs < kAll && (runs < 3 || spent < kLongEnough); ++runs) {
     report->Begin("run " + std::to_string(runs + 1) + " of many");
     if (runs == kFirst) before = ResidentKilobytes();
-    const double begin = corvane::get_current_time();
+    const double begin = SteadyMilliseconds();
     context->Run(tensors.data(), tensors.size());
-    times.push_back(corvane::get_current_time() - begin);
+    times.push_back(SteadyMilliseconds() - begin);
     spent += times.back();
   }
   const Times summary = Summarize(times);
@@ -225,9 +216,9 @@ void CheckManyRuns(Context* context, const std::vector<rknn_tensor_attr>& inputs
 void Try(const std::string& path, bool is_simulator, Reporter* report) {
   const std::vector<uint8_t> model = ReadModelFile(path).model;
   report->Begin("rknn_init");
-  const double begin = corvane::get_current_time();
+  const double begin = SteadyMilliseconds();
   Context context(path, model);
-  report->Found("ok", "load", "in " + Milliseconds(corvane::get_current_time() - begin));
+  report->Found("ok", "load", "in " + Milliseconds(SteadyMilliseconds() - begin));
   report->Begin("rknn_query");
   CheckVersions(context, is_simulator, report);
   const std::vector<rknn_tensor_attr> inputs = context.Inputs();

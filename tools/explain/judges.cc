@@ -8,7 +8,7 @@
 #include <thread>
 #include <utility>
 
-#include "corvane/util.h"
+#include "tools/support/stopwatch.h"
 
 namespace corvane_tool {
 
@@ -58,7 +58,7 @@ void Judges::JudgeAll(const std::vector<Candidate*>& candidates, double deadline
   std::atomic<std::size_t> next{0};
   const auto work = [&](std::size_t worker) {
     for (std::size_t i = next++; i < candidates.size(); i = next++) {
-      if (corvane::get_current_time() > deadline) return;
+      if (SteadyMilliseconds() > deadline) return;
       Candidate* const candidate = candidates[i];
       if (output_) {
         Judge(reference_, contexts_[worker]->Run(&candidate->tensor, 1).at(*output_), candidate);

@@ -33,7 +33,7 @@ class Judges {
   Judges(std::string path, const std::vector<uint8_t>& model, std::vector<float> reference,
          std::optional<std::size_t> output);
 
-  // Works on up to four cores. Stops at the time, as corvane::get_current_time, and leaves the rest
+  // Works on up to four cores. Stops at the time, as SteadyMilliseconds, and leaves the rest
   // unjudged. Throws Failure.
   void JudgeAll(const std::vector<Candidate*>& candidates, double deadline);
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "corvane/util.h"
+#include "tools/support/stopwatch.h"
 
 namespace corvane_tool {
 
@@ -52,7 +52,7 @@ Search::Search(RecipeMaker* maker, Judges* judges, Recipe base, std::vector<Hypo
       base_(std::move(base)),
       hypotheses_(std::move(hypotheses)),
       candidates_(1),
-      start_(corvane::get_current_time()) {
+      start_(SteadyMilliseconds()) {
   candidates_[0].words = "the settings";
   candidates_[0].recipe = base_;
 }
@@ -138,7 +138,7 @@ void Search::TryPairs(double wanted, std::size_t most) {
                    [](const Pair& a, const Pair& b) { return a.rank < b.rank; });
   if (pairs.size() > most) pairs.resize(most);
   const double deadline = start_ + kMilliseconds;
-  for (std::size_t i = 0; i < pairs.size() && corvane::get_current_time() < deadline;) {
+  for (std::size_t i = 0; i < pairs.size() && SteadyMilliseconds() < deadline;) {
     const std::size_t first = candidates_.size();
     for (; i < pairs.size() && candidates_.size() < first + kBatch; ++i) {
       Recipe recipe = base_;

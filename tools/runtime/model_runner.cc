@@ -3,12 +3,12 @@
 #include <stdexcept>
 #include <utility>
 
-#include "corvane/util.h"
 #include "tools/runtime/input_check.h"
 #include "tools/runtime/model_file.h"
 #include "tools/runtime/rknn_names.h"
 #include "tools/runtime/runtime_watch.h"
 #include "tools/support/failure.h"
+#include "tools/support/stopwatch.h"
 
 namespace corvane_tool {
 
@@ -71,29 +71,34 @@ ModelRunner::ModelRunner(const RunSettings& settings) : settings_(settings) {
       "pixel type " + settings.pixel_type_name + " has " + std::to_string(settings.channels()));
   if (!problem.empty()) Refuse(settings, problem);
   input_ = CheckInput(settings, inputs[0]);
-  output_count_ = WatchedRuntime().outputs.size();
+  outputs_ = WatchedRuntime().outputs;
+}
+
+FrameTimes ModelRunner::Forward(const std::string& path, const uint8_t* pixels, int width,
+                                int height, std::vector<corvane::OutputTensor>* outputs) {
+  RuntimeRecord& runtime = WatchedRuntime();
+  runtime.failed_call = nullptr;
+  runtime.input_given = runtime.outputs_back = 0;
+  const double start = SteadyMilliseconds();
+  if (!corvane::TryForward(*backend_, pixels, settings_.pixel_type, width, height, outputs)) {
+    if (runtime.failed_call == nullptr) throw Failure(path + ": the library did not run it");
+    throw Failure(path + ": " + runtime.failed_call + ": " + CodeName(runtime.failed_code));
+  }
+  return {runtime.input_given - start, runtime.outputs_back - runtime.input_given,
+          SteadyMilliseconds() - runtime.outputs_back};
 }
 
 Answer ModelRunner::Run(const std::string& path, const Image& image) {
   const std::vector<uint8_t> pixels = InPixelOrder(image, settings_.pixel_type);
-  RuntimeRecord& runtime = WatchedRuntime();
-  runtime.failed_call = nullptr;
-  runtime.input_given = runtime.outputs_back = 0;
-
   std::vector<corvane::OutputTensor> outputs;
-  const double start = corvane::get_current_time();
-  if (!corvane::TryForward(*backend_, pixels.data(), settings_.pixel_type, image.width,
-                           image.height, &outputs)) {
-    if (runtime.failed_call == nullptr) throw Failure(path + ": the library did not run it");
-    throw Failure(path + ": " + runtime.failed_call + ": " + CodeName(runtime.failed_code));
-  }
+  const FrameTimes times = Forward(path, pixels.data(), image.width, image.height, &outputs);
   Answer answer;
-  answer.prepare_ms = runtime.input_given - start;
-  answer.run_ms = runtime.outputs_back - runtime.input_given;
+  answer.prepare_ms = times.prepare;
+  answer.run_ms = times.run;
   for (std::size_t i = 0; i < outputs.size(); ++i) {
     Tensor tensor;
-    tensor.name = TensorName(runtime.outputs.at(i));
-    tensor.shape = Shape(runtime.outputs.at(i));
+    tensor.name = TensorName(outputs_.at(i));
+    tensor.shape = Shape(outputs_.at(i));
     tensor.values.assign(outputs[i].data, outputs[i].data + outputs[i].count);
     answer.outputs.push_back(std::move(tensor));
   }

@@ -1,7 +1,7 @@
 #include "tools/runtime/runtime_watch.h"
 
-#include "corvane/util.h"
 #include "tools/runtime/loaded_runtime.h"
+#include "tools/support/stopwatch.h"
 
 namespace corvane_tool {
 
@@ -73,7 +73,7 @@ int rknn_query(rknn_context context, rknn_query_cmd cmd, void* info, uint32_t si
 
 int rknn_inputs_set(rknn_context context, uint32_t count, rknn_input inputs[]) {
   const corvane_tool::Call call("rknn_inputs_set");
-  corvane_tool::WatchedRuntime().input_given = corvane::get_current_time();
+  corvane_tool::WatchedRuntime().input_given = corvane_tool::SteadyMilliseconds();
   const int code = call.Next(&rknn_inputs_set, context, count, inputs);
   return call.End(code, code < 0);
 }
@@ -89,7 +89,7 @@ int rknn_outputs_get(rknn_context context, uint32_t count, rknn_output outputs[]
   const corvane_tool::Call call("rknn_outputs_get");
   const int code = call.Next(&rknn_outputs_get, context, count, outputs, extend);
   if (code >= 0) {
-    corvane_tool::WatchedRuntime().outputs_back = corvane::get_current_time();
+    corvane_tool::WatchedRuntime().outputs_back = corvane_tool::SteadyMilliseconds();
   }
   return call.End(code, code < 0);
 }

@@ -21,7 +21,7 @@ struct RuntimeRecord {
   // Of the model loaded last: what the runtime answered about its tensors.
   std::vector<rknn_tensor_attr> inputs, outputs;
 
-  // Of the last run, as corvane::get_current_time: when the prepared input reached the runtime and
+  // Of the last run, as SteadyMilliseconds: when the prepared input reached the runtime and
   // when the outputs had come back as floats. 0: the run did not get that far.
   double input_given = 0;
   double outputs_back = 0;

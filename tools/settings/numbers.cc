@@ -53,6 +53,17 @@ std::vector<float> ParseNumbers(const std::string& name, const std::string& text
   return numbers;
 }
 
+double ParseWithin(const std::string& name, const std::string& text, double least, double most,
+                   double unless) {
+  if (text.empty()) return unless;
+  char* end = nullptr;
+  const double number = std::strtod(text.c_str(), &end);
+  if (*end == '\0' && number >= least && number <= most) return number;
+  char range[80];
+  std::snprintf(range, sizeof(range), "' is not a number from %g to %g", least, most);
+  throw Failure(name + ": '" + text + range);
+}
+
 Landmarks ParseLandmarks(const std::string& name, const std::string& text) {
   const std::vector<float> numbers = ParseNumbers(name, text);
   Landmarks landmarks = {};

@@ -14,6 +14,9 @@ using Landmarks =
 // Numbers between commas, all finite; "1/127.5" is a quotient. The library's own number getters
 // would take "1x" for 1. name says in messages where the text comes from.
 std::vector<float> ParseNumbers(const std::string& name, const std::string& text);
+// unless: for an empty text. Throws Failure for what is no number or not in the range.
+double ParseWithin(const std::string& name, const std::string& text, double least, double most,
+                   double unless);
 Landmarks ParseLandmarks(const std::string& name, const std::string& text);
 
 // The shortest text that reads back as the same float.

@@ -6,12 +6,12 @@
 #include <cstdio>
 #include <string>
 
-#include "corvane/util.h"
+#include "tools/support/stopwatch.h"
 
 namespace corvane_tool {
 
 Progress::Progress(std::size_t total)
-    : total_(total), shows_(total > 1 && isatty(2) == 1), start_ms_(corvane::get_current_time()) {}
+    : total_(total), shows_(total > 1 && isatty(2) == 1), start_ms_(SteadyMilliseconds()) {}
 
 void Progress::Show(std::size_t done) const {
   if (!shows_) return;
@@ -20,7 +20,7 @@ void Progress::Show(std::size_t done) const {
   std::fprintf(stderr, "\r[%s%s] %zu of %zu", std::string(filled, '#').c_str(),
                std::string(kWidth - filled, '.').c_str(), done, total_);
   if (done > 0) {
-    const double each = (corvane::get_current_time() - start_ms_) / static_cast<double>(done);
+    const double each = (SteadyMilliseconds() - start_ms_) / static_cast<double>(done);
     const auto seconds = static_cast<long>(each * static_cast<double>(total_ - done) / 1000);
     std::fprintf(stderr, ", %ld:%02ld left ", seconds / 60, seconds % 60);
   }

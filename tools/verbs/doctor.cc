@@ -1,28 +1,13 @@
-#include <cstdlib>
-
 #include "tools/commands.h"
 #include "tools/doctor/checks.h"
-#include "tools/support/failure.h"
+#include "tools/settings/numbers.h"
 #include "tools/support/files.h"
 
 namespace corvane_tool {
 
-namespace {
-
-std::chrono::milliseconds ReadLimit(const std::string& text) {
-  if (text.empty()) return std::chrono::seconds(30);
-  char* end = nullptr;
-  const double seconds = std::strtod(text.c_str(), &end);
-  if (*end != '\0' || !(seconds >= 0.1 && seconds <= 3600)) {
-    throw Failure("--limit: '" + text + "' is not a number of seconds from 0.1 to 3600");
-  }
-  return std::chrono::milliseconds(static_cast<int>(seconds * 1000));
-}
-
-}  // namespace
-
 int Doctor(const DoctorOptions& options) {
-  const std::chrono::milliseconds limit = ReadLimit(options.limit);
+  const std::chrono::milliseconds limit(
+      static_cast<int>(1000 * ParseWithin("--limit", options.limit, 0.1, 3600, 30)));
   FileNames({options.model}).AddOutput(options.json);
   const SystemFiles files(options.root);
   Findings findings;

@@ -5,7 +5,6 @@
 #include <system_error>
 #include <utility>
 
-#include "corvane/util.h"
 #include "tools/commands.h"
 #include "tools/pictures/picture_list.h"
 #include "tools/pictures/preparation.h"
@@ -18,6 +17,7 @@
 #include "tools/support/failure.h"
 #include "tools/support/files.h"
 #include "tools/support/progress.h"
+#include "tools/support/stopwatch.h"
 
 namespace corvane_tool {
 
@@ -211,7 +211,7 @@ int Run(const RunOptions& options) {
   RunSummary summary;
   std::size_t done = 0;
   const Interruption interruption;
-  const double start = corvane::get_current_time();
+  const double start = SteadyMilliseconds();
   {
     const Progress progress(pictures.size());
     for (; done < pictures.size() && Interruption::signal() == 0; ++done) {
@@ -237,7 +237,7 @@ int Run(const RunOptions& options) {
       if (line_file != nullptr) line_file->Append(lines.back());
     }
   }
-  summary.seconds = (corvane::get_current_time() - start) / 1000;
+  summary.seconds = (SteadyMilliseconds() - start) / 1000;
   if (!files.Json().empty()) WriteResults(files.Json(), settings, lines, summary);
   if (pictures.size() > 1 || options.quiet) PrintSummary(summary);
   const bool is_expected = expectation.PrintAndJudge(files, done);
