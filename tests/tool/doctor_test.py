@@ -137,7 +137,7 @@ class DoctorTest(ToolCase):
                 self.write(target, data[:18] + b"\x08\0" + data[20:])  # MIPS
             elif runtime != "none":
                 shutil.copy(os.path.join(RUNTIMES, runtime, "librknn_api.so"), target)
-        command = [self.tool, "doctor", "--root", root, "--json", "report.json", "--limit", "0.5"]
+        command = [*self.emulator, self.tool, "doctor", "--root", root, "--json", "report.json", "--limit", "0.5"]
         if setup["model"] is not None:
             command.append("missing" if setup["model"] == "missing" else self.write("model.bin", setup["model"]))
         user = {"user": 65534} if os.getuid() == 0 and "mode" in setup else {}

@@ -51,6 +51,7 @@ def write_npy(path, shape, values, descr="<f4", fortran=False):
 
 class ToolCase(unittest.TestCase):
     programs = ()  # the paths of corvane and face_similarity
+    emulator = ()  # what runs them, and its arguments
 
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory()
@@ -77,7 +78,7 @@ class ToolCase(unittest.TestCase):
         return rgb
 
     def corvane(self, *arguments, status=0, says=()):
-        done = subprocess.run([self.programs[0], *arguments], cwd=self.folder.name, stdin=subprocess.DEVNULL,
+        done = subprocess.run([*self.emulator, self.programs[0], *arguments], cwd=self.folder.name, stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=120, check=False)
         out, err = done.stdout.decode(errors="replace"), done.stderr.decode(errors="replace")
         if status is not None:
@@ -94,6 +95,8 @@ class ToolCase(unittest.TestCase):
 
 
 def main():
-    """NAME_test.py CORVANE FACE_SIMILARITY"""
-    ToolCase.programs = [os.path.abspath(sys.argv.pop(1)) for _ in range(2)]
+    """NAME_test.py CORVANE FACE_SIMILARITY [EMULATOR ARGUMENT...]"""
+    ToolCase.programs = [os.path.abspath(path) for path in sys.argv[1:3]]
+    ToolCase.emulator = sys.argv[3:]
+    del sys.argv[1:]
     unittest.main()

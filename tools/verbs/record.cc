@@ -24,7 +24,7 @@ std::string FindRecorder() {
   std::string folder(self, static_cast<std::size_t>(length));
   folder.resize(folder.rfind('/') + 1);
   std::string tried;
-  for (const char* from : {"", "../recorder/", CORVANE_RECORDER_FROM_TOOL "/"}) {
+  for (const char* from : {"", "../recorder/", "../lib/corvane/"}) {
     std::string path = folder + from + "libcorvane_recorder.so";
     if (access(path.c_str(), R_OK) == 0) return path;
     tried += (tried.empty() ? "" : ", ") + path;
