@@ -96,7 +96,7 @@ void Relayout(const rknn_tensor_attr& attr, rknn_tensor_format from, Vector<floa
 
 }  // namespace
 
-float ElementAsNumber(rknn_tensor_type type, const uint8_t* from) {
+float ElementAsNumber(uint32_t type, const uint8_t* from) {
   switch (type) {
     case RKNN_TENSOR_FLOAT32:
       return Load<float>(from);

@@ -37,7 +37,7 @@ std::string PlaceOf(std::size_t element, const rknn_tensor_attr* attr, uint32_t 
   char text[120];
   std::snprintf(text, sizeof(text), "element %zu", element);
   if (attr == nullptr || attr->n_dims != 4) return text;
-  const bool is_chw = attr->fmt == RKNN_TENSOR_NCHW;  // dims: the innermost first
+  const bool is_chw = RawValue(attr->fmt) == RKNN_TENSOR_NCHW;  // dims: the innermost first
   const std::size_t channels = attr->dims[is_chw ? 2 : 0], columns = attr->dims[is_chw ? 0 : 1],
                     rows = attr->dims[is_chw ? 1 : 2];
   const std::size_t picture = channels * columns * rows;
@@ -51,7 +51,7 @@ std::string PlaceOf(std::size_t element, const rknn_tensor_attr* attr, uint32_t 
   return attr->dims[3] > 1 ? "picture " + std::to_string(element / picture) + ", " + text : text;
 }
 
-std::string ElementText(rknn_tensor_type type, const uint8_t* bytes, std::size_t width) {
+std::string ElementText(uint32_t type, const uint8_t* bytes, std::size_t width) {
   char text[64];
   std::snprintf(text, sizeof(text), "%.9g (", static_cast<double>(ElementAsNumber(type, bytes)));
   std::string all = std::string(text) + "0x";
@@ -82,12 +82,10 @@ std::string DescribeElements(const GivenInput& given, const uint8_t* recorded,
            ? " '" + std::string(attr->name, strnlen(attr->name, sizeof(attr->name))) + "'"
            : "");
   if (differing == 0) return name + " differs after its last whole element";
-  rknn_tensor_type tensor_type;
-  std::memcpy(&tensor_type, &type, sizeof(type));
   return name + ", " + PlaceOf(first, attr, format) + ": " +
-         ElementText(tensor_type, given.bytes + first * width, width) + ", in the recording " +
-         ElementText(tensor_type, recorded + first * width, width) + "; " +
-         std::to_string(differing) + " of " + std::to_string(count) + " elements differ";
+         ElementText(type, given.bytes + first * width, width) + ", in the recording " +
+         ElementText(type, recorded + first * width, width) + "; " + std::to_string(differing) +
+         " of " + std::to_string(count) + " elements differ";
 }
 
 }  // namespace
