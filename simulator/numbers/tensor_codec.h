@@ -18,7 +18,7 @@ void DecodeInput(const rknn_tensor_attr& attr, const rknn_input& input, const ui
 
 float HalfToFloat(uint16_t half);
 
-// An element as a plain number; 0 where the type is none.
+// An element as a plain number; 0 for a type that is unknown.
 float ElementAsNumber(uint32_t type, const uint8_t* from);
 
 // Rounds numbers to what the native type can hold: half-precision or quantised values. Float32 and

@@ -224,7 +224,7 @@ int Player::InputsSet(rknn_context handle, uint32_t count, const rknn_input* inp
   });
 }
 
-// The frame's next call of the function; null where there is none.
+// The frame's next call of the function; null at its end.
 const RecordedCall* Player::TakeCall(Live* live, rec::Function function) {
   const auto& calls = live->frame->calls;
   std::size_t at = live->next_call;

@@ -59,7 +59,7 @@ std::string Seconds(std::chrono::milliseconds time) {
   return text;
 }
 
-// "1.7.5" of "librknn version 1.7.5 (12ab34 build: ...)"; empty where there is none.
+// "1.7.5" of "librknn version 1.7.5 (12ab34 build: ...)"; empty without a number.
 std::string VersionIn(const std::string& text) {
   for (std::size_t at = 0; at < text.size(); ++at) {
     std::size_t end = at;

@@ -1,5 +1,5 @@
-// The runtime, loaded when it is first called. So the tool starts where there is none, or a wrong
-// one, and can say so.
+// The runtime, loaded when it is first called. So the tool starts without a runtime, or with a
+// wrong one, and can say so.
 #ifndef CORVANE_TOOLS_RUNTIME_LOADED_RUNTIME_H_
 #define CORVANE_TOOLS_RUNTIME_LOADED_RUNTIME_H_
 
