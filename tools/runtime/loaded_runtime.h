@@ -6,7 +6,7 @@
 namespace corvane_tool {
 
 // A function of librknn_api.so, or of what is preloaded. Null, after a line on standard error,
-// where there is none.
+// where it is missing.
 void* FindInRuntime(const char* name);
 
 }  // namespace corvane_tool
