@@ -7,7 +7,8 @@ namespace corvane_tool {
 namespace {
 
 [[noreturn]] void Refuse(const std::string& path) {
-  throw Failure(path + ": this corvane was built without libpng and libjpeg, and knows no pictures");
+  throw Failure(path +
+                ": this corvane was built without libpng and libjpeg, and knows no pictures");
 }
 
 }  // namespace
