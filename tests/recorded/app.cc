@@ -1,6 +1,7 @@
 // A program to record and to replay: threads with a backend each hand over known frames, and a line
 // for each thread tells what came back, the same in every run.
 //
+//   app MODEL 0 0|1   calls the runtime itself; with 1 otherwise than with 0
 //   app MODEL THREADS FRAMES [change=THREAD:FRAME:BYTE] [kind=float32] [abort=FRAME]
 //   [fork]
 #include <sys/wait.h>
@@ -10,12 +11,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "corvane/backend.h"
+#include "rknn_api.h"
 
 namespace {
 
@@ -69,6 +73,51 @@ void Work(const Options& options, int thread, std::string* result) {
   *result = line;
 }
 
+// Calls of the runtime itself, some of them wrong, with their codes and outputs. deviates: differs
+// from another run in one call of each kind.
+std::string CallRuntime(const char* path, bool deviates) {
+  std::ifstream file(path, std::ios::binary);
+  std::string model((std::istreambuf_iterator<char>(file)), {});
+  model.erase(0, 13);
+  std::string codes;
+  const auto add = [&codes](int code) {
+    codes += " " + std::to_string(code);
+    return code;
+  };
+  rknn_context context = 0;
+  add(rknn_init(&context, nullptr, 10, 0));
+  add(rknn_init(&context, &model[0], static_cast<uint32_t>(model.size()), 0));
+  rknn_input_output_num number = {};
+  add(rknn_query(context, RKNN_QUERY_IN_OUT_NUM, &number, sizeof(number)));
+  add(rknn_query(context, RKNN_QUERY_IN_OUT_NUM, &number, deviates ? 5 : 4));
+  add(rknn_query(context, deviates ? RKNN_QUERY_SDK_VERSION : RKNN_QUERY_PERF_RUN, &number, 8));
+  add(rknn_run(context, nullptr));  // without inputs
+  std::vector<uint8_t> pixels(3 * kWidth * kHeight, 7);
+  rknn_input input = {};
+  input.buf = pixels.data();
+  input.size = static_cast<uint32_t>(pixels.size());
+  input.type = RKNN_TENSOR_UINT8;
+  input.fmt = deviates ? RKNN_TENSOR_NHWC : RKNN_TENSOR_NCHW;
+  add(rknn_inputs_set(context, 2, nullptr));
+  add(rknn_inputs_set(context, 1, &input));
+  add(rknn_run(context, nullptr));
+  std::vector<float> echo(pixels.size(), 1.0f), other(4, 1.0f);
+  rknn_output outputs[2] = {};
+  outputs[0] = {1, 1, 0, echo.data(), static_cast<uint32_t>(echo.size() * sizeof(float))};
+  outputs[1].index = 1;
+  outputs[1].want_float = deviates ? 0 : 1;
+  if (add(rknn_outputs_get(context, 2, outputs, nullptr)) == RKNN_SUCC) {
+    float last = 0;
+    std::memcpy(&last, static_cast<const char*>(outputs[1].buf) + 12, sizeof(last));
+    codes += " [" + std::to_string(echo[191]) + " " + std::to_string(last) + "]";
+    add(rknn_outputs_release(context, 2, outputs));
+  }
+  if (deviates) add(rknn_outputs_release(context, 2, outputs));
+  add(rknn_destroy(context));
+  add(rknn_destroy(context));
+  return "thread raw:" + codes;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -82,6 +131,10 @@ int main(int argc, char** argv) {
     std::sscanf(argv[i], "abort=%d", &options.abort_frame);
     if (option == "kind=float32") options.kind = corvane::RKNN_INPUT_FLOAT32;
     forks |= option == "fork";
+  }
+  if (options.threads == 0) {
+    std::puts(CallRuntime(options.model, options.frames != 0).c_str());
+    return 0;
   }
   std::vector<std::string> results(static_cast<std::size_t>(options.threads));
   std::vector<std::thread> threads;

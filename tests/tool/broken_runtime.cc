@@ -17,6 +17,7 @@ namespace {
 constexpr uint32_t kElements = 12;
 float numbers[kElements];
 unsigned runs = 0;
+void* volatile leaked = nullptr;
 
 // Whether BROKEN has the word; a number after '=' goes to *value.
 bool Is(const char* word, int* value = nullptr) {
@@ -73,11 +74,12 @@ RUNTIME int rknn_query(rknn_context, rknn_query_cmd command, void* info, uint32_
     std::memcpy(info, &count, sizeof(count));
   } else if (command == RKNN_QUERY_SDK_VERSION) {
     rknn_sdk_version version = {};
-    std::strcpy(version.api_version, "1.7.5 (0123abc build: 2024-02-30)");
+    std::strcpy(version.api_version, "librknn_runtime version 1.7.5 (0123abc build: 2024-02-30)");
     std::strcpy(version.drv_version, Is("stale-driver")   ? "1.6.0 (build: 2020)"
                                      : Is("older-driver") ? "1.7.3"
-                                     : Is("no-version")   ? "unknown"
-                                                          : "1.7.5 (fedcba9 build: 2024-03-01)");
+                                     : Is("no-version")
+                                         ? "unknown"
+                                         : "driver 1.7.5 (fedcba9 build: 2024-03-01)");
     std::memcpy(info, &version, sizeof(version));
   } else {
     if (Is("other-records")) return RKNN_ERR_PARAM_INVALID;
@@ -105,7 +107,10 @@ RUNTIME int rknn_run(rknn_context, rknn_run_extend*) {
   if (Is("answers-change")) numbers[3] += static_cast<float>(runs);
   if (Is("nan")) numbers[5] = NAN;
   if (Is("deaf")) std::memset(numbers, 0, sizeof(numbers));
-  if (Is("leak")) std::memset(std::malloc(100000), 1, 100000);  // NOLINT: that is the fault
+  if (Is("leak")) {
+    leaked = std::malloc(100000);  // NOLINT: that is the fault
+    std::memset(leaked, 1, 100000);
+  }
   int code = 0;
   if (Is("late-failure", &code) && runs > 50) return code;
   return Is("run", &code) ? code : RKNN_SUCC;

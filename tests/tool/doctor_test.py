@@ -17,6 +17,7 @@ SOUND = {
     CPU + "cpufreq/policy0/scaling_max_freq": "1608000", CPU + "cpufreq/policy0/cpuinfo_max_freq": "1608000",
     "proc/cpuinfo": 4 * "processor\t: 0\nCPU part\t: 0xd04\n\n", "proc/meminfo": "MemFree: 1 kB\nMemAvailable:  700000 kB\n",
     "sys/class/thermal/thermal_zone0/temp": "45000", "sys/class/thermal/thermal_zone0/type": "cpu-thermal",
+    "sys/class/thermal/thermal_zone1/temp": "40000",
     "proc/device-tree/compatible": "acme,door\0rockchip,rk1808\0", "dev/galcore": "",
 }
 RK3399PRO = {"proc/device-tree/compatible": "rockchip,rk3399pro-evb\0rockchip,rk3399pro\0", "dev/galcore": None,
@@ -60,7 +61,8 @@ FAULTS = {
     "a low clock": fault("look", "clock", "at most 0.82 GHz of 1.61 GHz",
                          files={CPU + "cpufreq/policy0/scaling_max_freq": "816000"}),
     "warm": fault("look", "temperature", "85 degrees", files={"sys/class/thermal/thermal_zone0/temp": "85000"}),
-    "hot": fault("wrong", "temperature", "97 degrees", files={"sys/class/thermal/thermal_zone0/temp": "97000"}),
+    "hot": fault("wrong", "temperature", "97 degrees Celsius (thermal_zone2)",
+                 files={"sys/class/thermal/thermal_zone2/temp": "97000"}),
     "little memory": fault("look", "memory", "195 MB", files={"proc/meminfo": "MemAvailable: 200000 kB"}),
     "no memory": fault("wrong", "memory", "29 MB", files={"proc/meminfo": "MemAvailable: 30000 kB"}),
     "no model": fault("wrong", "model", "No such file or directory", model="missing"),
