@@ -216,8 +216,11 @@ int Player::InputsSet(rknn_context handle, uint32_t count, const rknn_input* inp
       input.header.pass_through = inputs[i].pass_through;
       std::memcpy(&input.header.type, &inputs[i].type, sizeof(input.header.type));
       std::memcpy(&input.header.format, &inputs[i].fmt, sizeof(input.header.format));
-      input.bytes = static_cast<const uint8_t*>(inputs[i].buf);
-      if (input.bytes != nullptr) input.header.hash = rec::Hash(input.bytes, input.header.size);
+      // The size may be wrong: then the recorded runtime has refused it unread.
+      if (inputs[i].buf != nullptr && IsReadable(inputs[i].buf, inputs[i].size)) {
+        input.bytes = static_cast<const uint8_t*>(inputs[i].buf);
+        input.header.hash = rec::Hash(input.bytes, input.header.size);
+      }
       given.push_back(input);
     }
     return TakeFrame(&Find(handle, code), given);

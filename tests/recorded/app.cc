@@ -99,6 +99,9 @@ std::string CallRuntime(const char* path, bool deviates) {
   input.type = RKNN_TENSOR_UINT8;
   input.fmt = deviates ? RKNN_TENSOR_NHWC : RKNN_TENSOR_NCHW;
   add(rknn_inputs_set(context, 2, nullptr));
+  rknn_input too_large = input;
+  too_large.size = 1u << 31;
+  add(rknn_inputs_set(context, 1, &too_large));
   add(rknn_inputs_set(context, 1, &input));
   add(rknn_run(context, nullptr));
   std::vector<float> echo(pixels.size(), 1.0f), other(4, 1.0f);

@@ -110,14 +110,14 @@ class RecordedTest(unittest.TestCase):
 
     def test_calls_that_fail_or_differ_get_the_recorded_codes(self):
         recorded, _ = self.record(0, 0)
-        self.assertEqual(recorded, ["thread raw: -5 0 0 -5 -1 -8 -5 0 0 0 [7.000000 4.000000] 0 0 -7"])
-        self.assertEqual(recorded, self.replay(0, 0, total=(2, 2, 0, 0, 0)))
+        self.assertEqual(recorded, ["thread raw: -5 0 0 -5 -1 -8 -5 -8 0 0 0 [7.000000 4.000000] 0 0 -7"])
+        self.assertEqual(recorded, self.replay(0, 0, total=(3, 3, 0, 0, 0)))
         # Other queries, another layout of the input, another form of the second output, one release more.
-        out = self.replay(0, 1, total=(2, 2, 1, 4, 0), says=[
+        out = self.replay(0, 1, total=(3, 3, 2, 4, 0), says=[
             "rknn_query, call 4 of the program: the recording has no such call here", "rknn_query, call 5 of the program",
             "inputs[0] is index 0, 192 bytes of uint8 NHWC, pass_through 0, in the recording index 0, 192 bytes of uint8 NCHW",
-            "the program wants output 1 otherwise than in the recording", "rknn_outputs_release, call 12 of the program"])
-        self.assertEqual(out, ["thread raw: -5 0 0 -5 -5 -8 -5 0 0 0 [7.000000 0.000000] 0 -1 0 -7"])
+            "the program wants output 1 otherwise than in the recording", "rknn_outputs_release, call 13 of the program"])
+        self.assertEqual(out, ["thread raw: -5 0 0 -5 -5 -8 -5 -8 0 0 0 [7.000000 0.000000] 0 -1 0 -7"])
 
     def test_what_the_recording_does_not_have_is_said(self):
         self.record(1, 4)
