@@ -3,7 +3,7 @@
 //
 //   app MODEL 0 0|1   calls the runtime itself; with 1 otherwise than with 0
 //   app MODEL THREADS FRAMES [change=THREAD:FRAME:BYTE] [kind=float32] [abort=FRAME]
-//   [fork]
+//   [fork] [reverse]
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,6 +31,7 @@ struct Options {
   int changed_thread = -1, changed_frame = -1, changed_byte = -1;
   corvane::RKNNInputType kind = corvane::RKNN_INPUT_UINT8;
   int abort_frame = -1;
+  bool is_reversed = false;
 };
 
 std::vector<uint8_t> MakeImage(const Options& options, int thread, int frame) {
@@ -53,7 +54,8 @@ void Work(const Options& options, int thread, std::string* result) {
   const auto backend = corvane::InitBackend(options.model, "", {}, {}, {}, options.kind);
   uint64_t sum = 0;
   int failed = 0;
-  for (int frame = 0; frame < options.frames; ++frame) {
+  for (int i = 0; i < options.frames; ++i) {
+    const int frame = options.is_reversed ? options.frames - 1 - i : i;
     if (frame == options.abort_frame) std::abort();
     const std::vector<uint8_t> image = MakeImage(options, thread, frame);
     std::vector<corvane::OutputTensor> outputs;
@@ -134,6 +136,7 @@ int main(int argc, char** argv) {
     std::sscanf(argv[i], "abort=%d", &options.abort_frame);
     if (option == "kind=float32") options.kind = corvane::RKNN_INPUT_FLOAT32;
     forks |= option == "fork";
+    options.is_reversed |= option == "reverse";
   }
   if (options.threads == 0) {
     std::puts(CallRuntime(options.model, options.frames != 0).c_str());

@@ -99,6 +99,12 @@ class RecordedTest(unittest.TestCase):
             "(frame 3 of context 0xc0de0001): input 0 'image', channel 2, row 7, column 6: %d (0x%02x), in the recording "
             "%d (0x%02x); 1 of 192 elements differ" % (old ^ 1, old ^ 1, old, old)])
 
+    def test_frames_in_another_order_are_found(self):
+        self.record(2, 20)
+        self.replay(2, 20, "reverse", total=(40, 40, 0, 0, 0))
+        # It differs in one bit from one of the next frames, and in almost all bytes from the others.
+        self.replay(2, 10, "reverse", "change=1:4:7", total=(20, 40, 1, 0, 0), says=["(frame 5 of context", "; 1 of 192 elements"])
+
     def test_failures_and_times_come_again(self):
         recorded, _ = self.record(1, 6, CORVANE_SIM_FAULTS="rknn_run:2=-2,rknn_inputs_set:4=-7,rknn_outputs_get:3=-1+200ms")
         self.assertIn("3 failed", recorded[0])

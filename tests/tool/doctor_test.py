@@ -46,7 +46,7 @@ FAULTS = {
                                       model=None),
     "the simulator before the vendor's": fault("wrong", "runtime", "is the simulated runtime, on a board", model=None,
                                                runtime="simulator", second="sound", cure="there is also /"),
-    "no device node": fault("wrong", "device", "/dev/galcore is missing", files={"dev/galcore": None}),
+    "no device node": fault("look", "device", "/dev/galcore is missing", files={"dev/galcore": None}),
     "no permission": fault("wrong", "device", "may not be read and written", mode=0o444),
     "no helper": fault("wrong", "helper", "npu_transfer_proxy does not run", files=helper(None)),
     "a zombie as helper": fault("wrong", "helper", "is a zombie (process 77)", files=helper("Z")),
