@@ -96,7 +96,7 @@ class RecordedTest(unittest.TestCase):
         place = 3 * (7 * 8 + 6) + 2
         old = sets[2][0][2][place]
         self.replay(1, 4, "change=0:2:%d" % place, total=(4, 4, 1, 0, 0), says=[
-            "(frame 3 of context 0xc0de0001): input 0 'image', channel 2, row 7, column 6: %d (0x%02x), in the recording "
+            "rknn_inputs_set, call 14 of the recording (frame 3 of context 0xc0de0001): input 0 'image', channel 2, row 7, column 6: %d (0x%02x), in the recording "
             "%d (0x%02x); 1 of 192 elements differ" % (old ^ 1, old ^ 1, old, old)])
 
     def test_frames_in_another_order_are_found(self):
@@ -116,14 +116,14 @@ class RecordedTest(unittest.TestCase):
 
     def test_calls_that_fail_or_differ_get_the_recorded_codes(self):
         recorded, _ = self.record(0, 0)
-        self.assertEqual(recorded, ["thread raw: -5 0 0 -5 -1 -8 -5 -8 0 0 0 [7.000000 4.000000] 0 0 -7"])
-        self.assertEqual(recorded, self.replay(0, 0, total=(3, 3, 0, 0, 0)))
+        self.assertEqual(recorded, ["thread raw: -5 0 0 -5 -1 -8 -5 -8 0 0 0 0 [7.000000 4.000000] 0 0 -7"])
+        self.assertEqual(recorded, self.replay(0, 0, total=(4, 4, 0, 0, 0)))
         # Other queries, another layout of the input, another form of the second output, one release more.
-        out = self.replay(0, 1, total=(3, 3, 2, 4, 0), says=[
-            "rknn_query, call 4 of the program: the recording has no such call here", "rknn_query, call 5 of the program",
+        out = self.replay(0, 1, total=(4, 4, 3, 4, 0), says=[
+            "): 0 inputs, in the recording 1\n", "rknn_query, call 4 of the program: the recording has no such call here", "rknn_query, call 5 of the program",
             "inputs[0] is index 0, 192 bytes of uint8 NHWC, pass_through 0, in the recording index 0, 192 bytes of uint8 NCHW",
-            "the program wants output 1 otherwise than in the recording", "rknn_outputs_release, call 13 of the program"])
-        self.assertEqual(out, ["thread raw: -5 0 0 -5 -5 -8 -5 -8 0 0 0 [7.000000 0.000000] 0 -1 0 -7"])
+            "the program wants output 1 otherwise than in the recording", "rknn_outputs_release, call 14 of the program"])
+        self.assertEqual(out, ["thread raw: -5 0 0 -5 -5 -8 -5 -8 0 0 0 0 [7.000000 0.000000] 0 -1 0 -7"])
 
     def test_what_the_recording_does_not_have_is_said(self):
         self.record(1, 4)
@@ -139,6 +139,10 @@ class RecordedTest(unittest.TestCase):
         sizes = [len(items[0][2]) for function, _, _, items in records(self.file) if function == "inputs_set"]
         self.assertEqual(sizes, [192, 0, 0, 192, 0, 0])
         self.replay(1, 6, total=(6, 6, 0, 0, 8), says=[""])
+        os.remove(self.file)
+        self.record(0, 0, CORVANE_RECORD_EVERY="2")  # frames 1 and 3 are kept, 4 has outputs
+        out = self.replay(0, 0, total=(4, 4, 0, 0, 2), says=[""])
+        self.assertIn("[nan nan]", out[0])
         os.remove(self.file)
         self.record(1, 6, CORVANE_RECORD_FRAMES="2")
         functions = [function for function, _, _, _ in records(self.file)]

@@ -32,7 +32,7 @@ std::vector<uint8_t> Noise(std::size_t count) {
 uint64_t WarpHash() {
   const std::vector<uint8_t> picture = Noise(3 * kWidth * kHeight);
   std::vector<uint8_t> face(3 * kFace * kFace);
-  const float matrix[6] = {1.1f, -0.2f, 12.3f, 0.2f, 1.1f, -7.7f};
+  const float matrix[6] = {1.1f, -0.2f, -12.3f, 0.2f, 1.1f, -7.7f};
   corvane::warpaffine_bilinear_c3(picture.data(), kWidth, kHeight, face.data(), kFace, kFace,
                                   matrix, 0, 0);
   return Hash(face.data(), face.size());
@@ -61,7 +61,7 @@ void CheckArithmetic(Findings* findings) {
     const char* name;
     uint64_t got, wanted;  // what every machine gets
   } results[] = {
-      {"warp", WarpHash(), 0x2cb39b96821da37c},
+      {"warp", WarpHash(), 0x78a26b8a62cfb9ff},
       {"float32", EncodeHash<float>(corvane::EncodeFloat32), 0x601d8938a2a66d55},
       {"float16", EncodeHash<uint16_t>(corvane::EncodeFloat16), 0x095a8a5120d0f1c9},
       {"fixed point",
