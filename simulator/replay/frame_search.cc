@@ -1,7 +1,5 @@
 #include "simulator/replay/frame_search.h"
 
-#include <algorithm>
-
 namespace rknn_sim {
 
 namespace {

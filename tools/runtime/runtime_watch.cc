@@ -17,9 +17,9 @@ class Call {
   explicit Call(const char* name) : name_(name) {}
 
   // Calls the runtime's function of the same name.
-  template <typename Function, typename... Arguments>
-  int Next(Function* /*same type*/, Arguments... arguments) const {
-    const auto function = reinterpret_cast<Function*>(FindInRuntime(name_));
+  template <auto own, typename... Arguments>
+  int Next(Arguments... arguments) const {
+    static const auto function = reinterpret_cast<decltype(own)>(FindInRuntime(name_));
     return function != nullptr ? function(arguments...) : RKNN_ERR_DEVICE_UNAVAILABLE;
   }
 
@@ -49,13 +49,13 @@ extern "C" {
 int rknn_init(rknn_context* context, void* model, uint32_t size, uint32_t flag) {
   const corvane_tool::Call call("rknn_init");
   corvane_tool::WatchedRuntime() = corvane_tool::RuntimeRecord();
-  const int code = call.Next(&rknn_init, context, model, size, flag);
+  const int code = call.Next<&rknn_init>(context, model, size, flag);
   return call.End(code, code != 0);
 }
 
 int rknn_query(rknn_context context, rknn_query_cmd cmd, void* info, uint32_t size) {
   const corvane_tool::Call call("rknn_query");
-  const int code = call.Next(&rknn_query, context, cmd, info, size);
+  const int code = call.Next<&rknn_query>(context, cmd, info, size);
   if (code == 0) {
     corvane_tool::RuntimeRecord& record = corvane_tool::WatchedRuntime();
     if (cmd == RKNN_QUERY_IN_OUT_NUM) {
@@ -74,20 +74,20 @@ int rknn_query(rknn_context context, rknn_query_cmd cmd, void* info, uint32_t si
 int rknn_inputs_set(rknn_context context, uint32_t count, rknn_input inputs[]) {
   const corvane_tool::Call call("rknn_inputs_set");
   corvane_tool::WatchedRuntime().input_given = corvane_tool::SteadyMilliseconds();
-  const int code = call.Next(&rknn_inputs_set, context, count, inputs);
+  const int code = call.Next<&rknn_inputs_set>(context, count, inputs);
   return call.End(code, code < 0);
 }
 
 int rknn_run(rknn_context context, rknn_run_extend* extend) {
   const corvane_tool::Call call("rknn_run");
-  const int code = call.Next(&rknn_run, context, extend);
+  const int code = call.Next<&rknn_run>(context, extend);
   return call.End(code, code < 0);
 }
 
 int rknn_outputs_get(rknn_context context, uint32_t count, rknn_output outputs[],
                      rknn_output_extend* extend) {
   const corvane_tool::Call call("rknn_outputs_get");
-  const int code = call.Next(&rknn_outputs_get, context, count, outputs, extend);
+  const int code = call.Next<&rknn_outputs_get>(context, count, outputs, extend);
   if (code >= 0) {
     corvane_tool::WatchedRuntime().outputs_back = corvane_tool::SteadyMilliseconds();
   }
@@ -96,13 +96,13 @@ int rknn_outputs_get(rknn_context context, uint32_t count, rknn_output outputs[]
 
 int rknn_outputs_release(rknn_context context, uint32_t count, rknn_output outputs[]) {
   const corvane_tool::Call call("rknn_outputs_release");
-  const int code = call.Next(&rknn_outputs_release, context, count, outputs);
+  const int code = call.Next<&rknn_outputs_release>(context, count, outputs);
   return call.End(code, code < 0);
 }
 
 int rknn_destroy(rknn_context context) {
   const corvane_tool::Call call("rknn_destroy");
-  const int code = call.Next(&rknn_destroy, context);
+  const int code = call.Next<&rknn_destroy>(context);
   return call.End(code, code < 0);
 }
 }

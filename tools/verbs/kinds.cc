@@ -1,11 +1,8 @@
 // corvane kinds: every kind of input against float32, on the user's own pictures.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <string>
@@ -23,27 +20,11 @@
 #include "tools/support/failure.h"
 #include "tools/support/progress.h"
 #include "tools/support/quiet_stdout.h"
+#include "tools/support/temporary_file.h"
 
 namespace corvane_tool {
 
 namespace {
-
-// A file that is gone when the object is.
-class TemporaryFile {
- public:
-  TemporaryFile() : path_((std::filesystem::temp_directory_path() / "corvane.XXXXXX").string()) {
-    const int descriptor = mkstemp(&path_[0]);
-    if (descriptor < 0) throw Failure(path_ + ": cannot be made");
-    close(descriptor);
-  }
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-  ~TemporaryFile() { unlink(path_.c_str()); }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 struct Kind {
   std::string name;

@@ -1,6 +1,5 @@
 #include <limits.h>
 #include <stdlib.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -12,29 +11,9 @@
 #include "tools/support/failure.h"
 #include "tools/support/files.h"
 #include "tools/support/program.h"
+#include "tools/support/temporary_file.h"
 
 namespace corvane_tool {
-
-namespace {
-
-class TemporaryFile {
- public:
-  TemporaryFile() {
-    const int file = mkstemp(name_);
-    if (file < 0) throw Failure(std::string(name_) + ": " + std::strerror(errno));
-    close(file);
-  }
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-  ~TemporaryFile() { unlink(name_); }
-
-  const char* name() const { return name_; }
-
- private:
-  char name_[32] = "/tmp/corvane-replay-XXXXXX";
-};
-
-}  // namespace
 
 int Replay(const ReplayOptions& options) {
   corvane_recording::Recording recording;
@@ -46,12 +25,12 @@ int Replay(const ReplayOptions& options) {
   }
   const TemporaryFile file;
   SetEnvironment("CORVANE_SIM_REPLAY", path);
-  SetEnvironment("CORVANE_SIM_REPLAY_COUNTS", file.name());
+  SetEnvironment("CORVANE_SIM_REPLAY_COUNTS", file.path());
   if (options.times) SetEnvironment("CORVANE_SIM_REPLAY_TIMES", "1");
   const int ended = RunProgram(options.command);
 
   corvane_recording::ReplayCounts counts = {};
-  const std::vector<uint8_t> bytes = ReadFile(file.name());
+  const std::vector<uint8_t> bytes = ReadFile(file.path());
   if (bytes.size() == sizeof(counts)) std::memcpy(&counts, bytes.data(), sizeof(counts));
   if (counts.is_open == 0) {
     std::fprintf(stderr, "corvane: %s has not called the simulated runtime\n",
