@@ -89,8 +89,12 @@ int Run(const std::vector<std::string>& names) {
       std::fflush(stdout);
     }
   }
+  if (count == 0) {
+    std::fprintf(stderr, "proof: no claim's name begins like this; usage: [--quick] [CLAIM...]\n");
+    return 2;
+  }
   std::printf("%d claims hold%s\n", count, is_quick ? " on a slice of their domains" : "");
-  return count > 0 ? 0 : 2;
+  return 0;
 }
 
 }  // namespace corvane
