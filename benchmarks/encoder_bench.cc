@@ -17,8 +17,7 @@ constexpr Size kSizes[] = {{112, 112}, {224, 224}, {320, 320}, {640, 640}, {1920
 
 template <class Element>
 void RegisterAll(const char* operation, Size size, int channels,
-                 std::function<void(const corvane::EncodeKernels&, Work<Element>&)> encode,
-                 Operation<Element> opencv, Operation<Element> libyuv) {
+                 std::function<void(const corvane::EncodeKernels&, Work<Element>&)> encode) {
   const std::string name = std::string(operation) + '/' + std::to_string(size.width) + 'x' +
                            std::to_string(size.height) + 'x' + std::to_string(channels) + '/';
   for (const corvane::EncodeKernels* const* set = corvane::UsableKernels(); *set != nullptr;
@@ -29,36 +28,28 @@ void RegisterAll(const char* operation, Size size, int channels,
   Register<Element>(name + "fill_only", size, channels, [](Work<Element>& work) {
     std::fill_n(work.planes.get(), work.count, Element{1});
   });
-  RegisterPeers<Element>(name, size, channels, opencv, libyuv);
+  RegisterPeers<Element>(name, size, channels);
 }
 
 void RegisterSize(Size size, int channels) {
   using corvane::EncodeKernels;
-  RegisterAll<float>(
-      "float32", size, channels,
-      [](const EncodeKernels& kernels, Work<float>& work) {
-        EncodeFloat32(kernels, work.image, {kMeans, kScales}, work.planes.get());
-      },
-      kBlobFromImage, kYuvToFloat);
-  RegisterAll<uint16_t>(
-      "float16", size, channels,
-      [](const EncodeKernels& kernels, Work<uint16_t>& work) {
-        EncodeFloat16(kernels, work.image, {kMeans, kScales}, work.planes.get());
-      },
-      kBlobToHalf, kYuvToHalf);
-  RegisterAll<int16_t>(
-      "dfp16", size, channels,
-      [](const EncodeKernels& kernels, Work<int16_t>& work) {
-        EncodeDfp16(kernels, work.image, {kMeans, kScales}, 14, work.planes.get());
-      },
-      kSplitToInt16, kYuvToInt16);
+  RegisterAll<float>("float32", size, channels,
+                     [](const EncodeKernels& kernels, Work<float>& work) {
+                       EncodeFloat32(kernels, work.image, {kMeans, kScales}, work.planes.get());
+                     });
+  RegisterAll<uint16_t>("float16", size, channels,
+                        [](const EncodeKernels& kernels, Work<uint16_t>& work) {
+                          EncodeFloat16(kernels, work.image, {kMeans, kScales}, work.planes.get());
+                        });
+  RegisterAll<int16_t>("dfp16", size, channels,
+                       [](const EncodeKernels& kernels, Work<int16_t>& work) {
+                         EncodeDfp16(kernels, work.image, {kMeans, kScales}, 14, work.planes.get());
+                       });
   if (channels != 3) return;
-  RegisterAll<int16_t>(
-      "dfp16_integers", size, channels,
-      [](const EncodeKernels& kernels, Work<int16_t>& work) {
-        EncodeDfp16(kernels, work.image, {kMeans, nullptr}, 7, work.planes.get());
-      },
-      kSplitToInt16, kYuvToInt16);
+  RegisterAll<int16_t>("dfp16_integers", size, channels,
+                       [](const EncodeKernels& kernels, Work<int16_t>& work) {
+                         EncodeDfp16(kernels, work.image, {kMeans, nullptr}, 7, work.planes.get());
+                       });
 }
 
 }  // namespace

@@ -3,16 +3,13 @@
 // peers, and the time for writing the input alone. The simulated runtime returns one constant
 // output without its checks of the model. Names are forward/kind/size/who.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "benchmarks/input_peers.h"
-#include "control.h"
+#include "benchmarks/simulated_backend.h"
 #include "corvane/backend.h"
 #include "src/rknn/input_encoder.h"
 
@@ -23,45 +20,12 @@ using namespace corvane_bench;  // NOLINT(google-build-using-namespace)
 constexpr Size kSizes[] = {{32, 32},   {112, 112},   {224, 224},  {320, 320},
                            {640, 640}, {1920, 1080}, {2560, 1440}};
 
-std::unique_ptr<corvane::Backend_<float>> MakeBackend(Size size, corvane::RKNNInputType kind,
-                                                      bool has_scales) {
-  rknn_sim::Reset();
-  rknn_sim::Model model;
-  rknn_tensor_type native = kind == corvane::RKNN_INPUT_FLOAT16 ? RKNN_TENSOR_FLOAT16
-                            : kind == corvane::RKNN_INPUT_INT16 ? RKNN_TENSOR_INT16
-                                                                : RKNN_TENSOR_FLOAT32;
-  model.inputs.push_back(rknn_sim::MakeTensor(
-      {static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height), 3, 1}, native, 7));
-  model.outputs.push_back(rknn_sim::MakeTensor({128}));
-  model.outputs[0].values = {0.5F};
-  rknn_sim::SetModel(model);
-  rknn_sim::Relax(rknn_sim::Check::kModelBytes);
-  const char path[] = "/dev/shm/corvane_forward_bench.bin";
-  std::FILE* file = std::fopen(path, "wb");
-  if (file != nullptr) {
-    std::fputs("13 bytes ahead and a model", file);
-    std::fclose(file);
-  }
-  std::fflush(stdout);
-  const int saved_stdout = dup(STDOUT_FILENO);  // keeps "loading RKNN model." out of the results
-  const int nowhere = open("/dev/null", O_WRONLY);
-  dup2(nowhere, STDOUT_FILENO);
-  auto backend = corvane::InitBackend(
-      path, "", {}, {kMeans, kMeans + 3},
-      has_scales ? std::vector<float>(kScales, kScales + 3) : std::vector<float>(), kind);
-  dup2(saved_stdout, STDOUT_FILENO);
-  close(saved_stdout);
-  close(nowhere);
-  std::remove(path);
-  return backend;
-}
-
 template <class Element>
 struct Operations {
   const char* name;
   corvane::RKNNInputType kind;
   bool has_scales;
-  Operation<Element> kernel, opencv, libyuv;
+  Operation<Element> kernel;
 };
 
 template <class Element>
@@ -82,7 +46,7 @@ void RegisterAll(Size size, const Operations<Element>& operations) {
     if (outputs.empty() || outputs[0].data[0] != 0.5F) state.SkipWithError("the model did not run");
   });
   Register<Element>(prefix + "kernel", size, 3, operations.kernel);
-  RegisterPeers<Element>(prefix, size, 3, operations.opencv, operations.libyuv);
+  RegisterPeers<Element>(prefix, size, 3);
 }
 
 template <class Element, class Encode>
@@ -102,15 +66,13 @@ int main(int argc, char** argv) {
   UseOneThread();
   for (const Size size : kSizes) {
     RegisterAll<float>(size, {"float32", corvane::RKNN_INPUT_FLOAT32, true,
-                              Kernel<float>(corvane::EncodeFloat32), kBlobFromImage, kYuvToFloat});
-    RegisterAll<uint16_t>(size,
-                          {"float16", corvane::RKNN_INPUT_FLOAT16, true,
-                           Kernel<uint16_t>(corvane::EncodeFloat16), kBlobToHalf, kYuvToHalf});
-    RegisterAll<int16_t>(size, {"int16", corvane::RKNN_INPUT_INT16, true,
-                                Kernel<int16_t>(EncodeFixedPoint), kSplitToInt16, kYuvToInt16});
-    RegisterAll<int16_t>(size,
-                         {"int16_integers", corvane::RKNN_INPUT_INT16, false,
-                          Kernel<int16_t>(EncodeFixedPoint, nullptr), kSplitToInt16, kYuvToInt16});
+                              Kernel<float>(corvane::EncodeFloat32)});
+    RegisterAll<uint16_t>(size, {"float16", corvane::RKNN_INPUT_FLOAT16, true,
+                                 Kernel<uint16_t>(corvane::EncodeFloat16)});
+    RegisterAll<int16_t>(
+        size, {"int16", corvane::RKNN_INPUT_INT16, true, Kernel<int16_t>(EncodeFixedPoint)});
+    RegisterAll<int16_t>(size, {"int16_integers", corvane::RKNN_INPUT_INT16, false,
+                                Kernel<int16_t>(EncodeFixedPoint, nullptr)});
   }
   benchmark::RunSpecifiedBenchmarks();
 }

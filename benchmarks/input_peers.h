@@ -1,5 +1,5 @@
-// An image to encode, and how OpenCV and libyuv do it: the peers of the input benchmarks, each on
-// one thread. libyuv does less work: it subtracts no means.
+// An image to encode, and how others do it: the peers of the input benchmarks, each on one thread.
+// libyuv and oneDNN do less work, they subtract no means; libswscale only separates and widens.
 #ifndef CORVANE_BENCHMARKS_INPUT_PEERS_H_
 #define CORVANE_BENCHMARKS_INPUT_PEERS_H_
 
@@ -22,6 +22,14 @@
 #if defined(CORVANE_BENCH_LIBYUV)
 #include <libyuv/planar_functions.h>
 #endif
+#if defined(CORVANE_BENCH_ONEDNN)
+#include <dnnl.hpp>
+#endif
+#if defined(CORVANE_BENCH_SWSCALE)
+extern "C" {
+#include <libswscale/swscale.h>
+}
+#endif
 
 namespace corvane_bench {
 
@@ -34,8 +42,9 @@ constexpr float kScales[] = {1 / 128.0F, 1 / 128.0F, 1 / 128.0F};
 // An image and a buffer for its planes, laid out as in the library.
 template <class Element>
 struct Work {
-  Work(Size size, int channels)
-      : pixel_count(static_cast<std::size_t>(size.width) * size.height),
+  Work(Size image_size, int channels)
+      : size(image_size),
+        pixel_count(static_cast<std::size_t>(size.width) * size.height),
         count(pixel_count * channels),
         pixels(new uint8_t[count]),
         planes(new Element[count]),
@@ -43,6 +52,7 @@ struct Work {
     for (std::size_t i = 0; i < count; ++i) pixels[i] = static_cast<uint8_t>(i * 97);
     std::memset(planes.get(), 0, count * sizeof(Element));
   }
+  Size size;
   std::size_t pixel_count, count;
   std::unique_ptr<uint8_t[]> pixels;
   std::unique_ptr<Element[]> planes;
@@ -51,6 +61,12 @@ struct Work {
 
 template <class Element>
 using Operation = std::function<void(Work<Element>&)>;
+
+template <class Element>
+struct Peer {
+  const char* name;
+  Operation<Element> run;
+};
 
 template <class Element>
 void Register(const std::string& name, Size size, int channels, Operation<Element> run) {
@@ -97,10 +113,6 @@ inline const Operation<uint16_t> kBlobToHalf = [](Work<uint16_t>& work) {
 inline const Operation<int16_t> kSplitToInt16 = [](Work<int16_t>& work) {
   SplitAndConvert<int16_t, CV_16S>(work, 128.0);
 };
-#else
-inline const Operation<float> kBlobFromImage;
-inline const Operation<uint16_t> kBlobToHalf;
-inline const Operation<int16_t> kSplitToInt16;
 #endif
 
 #if defined(CORVANE_BENCH_LIBYUV)
@@ -131,21 +143,121 @@ inline const Operation<int16_t> kYuvToInt16 = [](Work<int16_t>& work) {
     libyuv::Convert8To16Plane(bytes, 0, reinterpret_cast<uint16_t*>(plane), 0, 1 << 15, count, 1);
   });
 };
-#else
-inline const Operation<float> kYuvToFloat;
-inline const Operation<uint16_t> kYuvToHalf;
-inline const Operation<int16_t> kYuvToInt16;
 #endif
+
+#if defined(CORVANE_BENCH_ONEDNN)
+// A reorder from bytes in rows to floats in planes, with a scale.
+inline const Operation<float> kReorderByOneDnn = [](Work<float>& work) {
+  using dnnl::memory;
+  static const dnnl::engine cpu(dnnl::engine::kind::cpu, 0);
+  static dnnl::stream stream(cpu);
+  static std::size_t made_for = 0;
+  static dnnl::reorder reorder;
+  const memory::dims sizes = {1, work.image.channels, work.size.height, work.size.width};
+  const memory::desc rows(sizes, memory::data_type::u8, memory::format_tag::nhwc);
+  const memory::desc planes(sizes, memory::data_type::f32, memory::format_tag::nchw);
+  if (made_for != work.count) {
+    dnnl::primitive_attr scale;
+    scale.set_output_scales(0, {1 / 128.0F});
+    reorder = dnnl::reorder({cpu, rows, cpu, planes, scale});
+    made_for = work.count;
+  }
+  memory from(rows, cpu, work.pixels.get()), to(planes, cpu, work.planes.get());
+  reorder.execute(stream, from, to);
+  stream.wait();
+};
+#endif
+
+#if defined(CORVANE_BENCH_SWSCALE)
+template <class Element>
+void SeparateBySwscale(Work<Element>& work, AVPixelFormat planar, AVPixelFormat gray) {
+  static std::size_t made_for = 0;
+  static SwsContext* context = nullptr;
+  const bool is_gray = work.image.channels == 1;
+  const auto [width, height] = work.size;
+  if (made_for != work.count) {
+    sws_freeContext(context);
+    context = sws_getContext(width, height, is_gray ? AV_PIX_FMT_GRAY8 : AV_PIX_FMT_RGB24, width,
+                             height, is_gray ? gray : planar, SWS_POINT, nullptr, nullptr, nullptr);
+    made_for = work.count;
+  }
+  uint8_t* planes[4] = {};  // in the order green, blue, red
+  for (int c = 0; c < work.image.channels; ++c) {
+    planes[is_gray ? 0 : (c + 2) % 3] =
+        reinterpret_cast<uint8_t*>(work.planes.get() + c * work.pixel_count);
+  }
+  const uint8_t* rows[4] = {work.pixels.get()};
+  const int row_bytes[4] = {width * work.image.channels};
+  const int plane_row = width * static_cast<int>(sizeof(Element));
+  const int plane_rows[4] = {plane_row, plane_row, plane_row};
+  sws_scale(context, rows, row_bytes, 0, height, planes, plane_rows);
+}
+inline const Operation<float> kSwscaleToFloat = [](Work<float>& work) {
+  SeparateBySwscale(work, AV_PIX_FMT_GBRPF32LE, AV_PIX_FMT_GRAYF32LE);
+};
+inline const Operation<int16_t> kSwscaleToInt16 = [](Work<int16_t>& work) {
+  SeparateBySwscale(work, AV_PIX_FMT_GBRP16LE, AV_PIX_FMT_GRAY16LE);
+};
+#endif
+
+// Those that are installed.
+template <class Element>
+std::vector<Peer<Element>> Peers();
+
+template <>
+inline std::vector<Peer<float>> Peers() {
+  return {
+#if defined(CORVANE_BENCH_OPENCV)
+    {"opencv", kBlobFromImage},
+#endif
+#if defined(CORVANE_BENCH_LIBYUV)
+        {"libyuv", kYuvToFloat},
+#endif
+#if defined(CORVANE_BENCH_ONEDNN)
+        {"onednn", kReorderByOneDnn},
+#endif
+#if defined(CORVANE_BENCH_SWSCALE)
+        {"swscale", kSwscaleToFloat},
+#endif
+  };
+}
+
+template <>
+inline std::vector<Peer<uint16_t>> Peers() {
+  return {
+#if defined(CORVANE_BENCH_OPENCV)
+    {"opencv", kBlobToHalf},
+#endif
+#if defined(CORVANE_BENCH_LIBYUV)
+        {"libyuv", kYuvToHalf},
+#endif
+  };
+}
+
+template <>
+inline std::vector<Peer<int16_t>> Peers() {
+  return {
+#if defined(CORVANE_BENCH_OPENCV)
+    {"opencv", kSplitToInt16},
+#endif
+#if defined(CORVANE_BENCH_LIBYUV)
+        {"libyuv", kYuvToInt16},
+#endif
+#if defined(CORVANE_BENCH_SWSCALE)
+        {"swscale", kSwscaleToInt16},
+#endif
+  };
+}
 
 // Registers, as prefix/who, only writing the output with the widest stores, and the peers found.
 template <class Element>
-void RegisterPeers(const std::string& prefix, Size size, int channels, Operation<Element> opencv,
-                   Operation<Element> libyuv) {
+void RegisterPeers(const std::string& prefix, Size size, int channels) {
   Register<Element>(prefix + "memset_only", size, channels, [](Work<Element>& work) {
     std::memset(work.planes.get(), 1, work.count * sizeof(Element));
   });
-  if (opencv) Register<Element>(prefix + "opencv", size, channels, opencv);
-  if (libyuv) Register<Element>(prefix + "libyuv", size, channels, libyuv);
+  for (const Peer<Element>& peer : Peers<Element>()) {
+    Register<Element>(prefix + peer.name, size, channels, peer.run);
+  }
 }
 
 inline void UseOneThread() {

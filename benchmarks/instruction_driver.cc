@@ -64,6 +64,32 @@ void AddEncoderCases(std::vector<Case>* cases) {
   }
 }
 
+// What is left over of the blocks of 16 pixels, and what a call costs by itself: the same for each
+// pixel of the neighbouring sizes, where nothing is wrong.
+void AddSizes(std::vector<Case>* cases) {
+  static const std::vector<uint8_t> pixels(3 * kPixels, 77);
+  static const float means[] = {127.5F, 127.5F, 127.5F};
+  static const float scales[] = {1 / 127.5F, 1 / 127.5F, 1 / 127.5F};
+  const corvane::Normalisation norm = {means, scales};
+  for (const std::size_t side : {112, 100, 99, 96, 32, 31, 24, 20, 19, 17, 16}) {
+    const corvane::InputImage image = {pixels.data(), side * side, 3, false};
+    const auto add = [&](const char* what, std::function<void()> run) {
+      const std::string sides = std::to_string(side) + 'x' + std::to_string(side);
+      cases->push_back({std::string("size ") + what + ' ' + sides, side * side, std::move(run)});
+    };
+    add("float32", [=] { EncodeFloat32(image, norm, Planes<float>()); });
+    add("float16", [=] { EncodeFloat16(image, norm, Planes<uint16_t>()); });
+    add("dfp16", [=] { EncodeDfp16(image, norm, 14, Planes<int16_t>()); });
+    const corvane_bench::WarpCase face = {
+        "", static_cast<int>(side), static_cast<int>(side), 15, 960, 540};
+    add("warp", [=] {
+      static const std::vector<uint8_t> source = corvane_bench::WarpSource();
+      static std::vector<uint8_t> target(3 * kPixels);
+      corvane_bench::RunWarp(face, source.data(), target.data());
+    });
+  }
+}
+
 void AddWarpCases(std::vector<Case>* cases) {
   for (const corvane_bench::WarpCase& one : corvane_bench::kWarpCases) {
     static const std::vector<uint8_t> source = corvane_bench::WarpSource();
@@ -78,6 +104,7 @@ std::vector<Case> Cases() {
   std::vector<Case> cases;
   AddEncoderCases(&cases);
   AddWarpCases(&cases);
+  AddSizes(&cases);
   return cases;
 }
 

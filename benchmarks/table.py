@@ -3,14 +3,16 @@
 
     benchmarks/table.py FILE.json...
 
-Each row is one operation: our own time, then how many times as long each other way takes.
+Each row is one operation: our own time, then how many times as long each other way takes. Whole frames have a table of
+their own.
 """
 import json
 import re
 import sys
 
 OURS = ["corvane", "avx2", "forward", "Corvane", "QueryWithCorvane", "SplitByChar", "portable"]
-NICKNAMES = {"opencv": "OpenCV", "libyuv": "libyuv", "SimpleIni": "SimpleIni", "QueryWithSimpleIni": "SimpleIni",
+NICKNAMES = {"opencv": "OpenCV", "libyuv": "libyuv", "onednn": "oneDNN", "swscale": "swscale",
+             "pixman": "pixman", "SimpleIni": "SimpleIni", "QueryWithSimpleIni": "SimpleIni",
              "SplitByStream": "string stream", "SplitByOffsets": "copies alone", "kernel": "kernel",
              "memset_only": "memset", "write_only": "memset", "fill_only": "plain stores", "portable": "portable"}  # in the order of the table
 
@@ -39,15 +41,31 @@ def duration(nanoseconds):
     return f"{nanoseconds:.3g} s"
 
 
+def print_frames(frames):
+    """frames: {network: {number of backends: (frames a second, CPU time for one of them in nanoseconds)}}."""
+    print("| network | one backend: frames/s | two taking turns | CPU for a frame, the network apart | of one backend's time |")
+    print("|---|---|---|---|---|")
+    for network in sorted(frames, key=natural):
+        (one, cpu), (two, _) = frames[network]["1"], frames[network]["2"]
+        print(f"| {network} | {one:.0f} | {two:.0f}, {two / one:.2f} times | {duration(cpu)} | {cpu * one / 1e7:.1f} % |")
+
+
 def main(files):
-    rows = {}
+    rows, frames = {}, {}
     factor = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}
     for file in files:
         for run in json.load(open(file))["benchmarks"]:
             if run.get("aggregate_name") == "median":
+                whole = re.match(r"frames/(\w+)/(\d)/", run["run_name"])
+                if whole:
+                    a_second = run["items_per_second"]
+                    cpu = run["cpu_time"] / run["real_time"] / a_second * 1e9
+                    frames.setdefault(whole[1], {})[whole[2]] = a_second, cpu
+                    continue
                 operation, way = operation_and_way(re.sub(r"/iterations:\d+", "", run["run_name"]))
                 rows.setdefault(operation, {})[way] = run["cpu_time"] * factor[run["time_unit"]]
-    print("| operation | ours | others, as multiples of ours |\n|---|---|---|")
+    if rows:
+        print("| operation | ours | others, as multiples of ours |\n|---|---|---|")
     for operation in sorted(rows, key=natural):
         times = rows[operation]
         ours = next((way for way in OURS if way in times), None)
@@ -56,6 +74,8 @@ def main(files):
         others = ", ".join(f"{nickname} {times[way] / times[ours]:.2f}"
                            for way, nickname in NICKNAMES.items() if way in times and way != ours)
         print(f"| {operation} | {duration(times[ours])} | {others} |")
+    if frames:
+        print_frames(frames)
 
 
 main(sys.argv[1:])

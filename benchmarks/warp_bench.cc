@@ -1,5 +1,6 @@
-// The affine warp beside OpenCV's warpAffine on one thread, and beside only writing the result.
-// Names are warp/case/who.
+// The affine warp beside OpenCV's warpAffine and pixman on one thread, and beside only writing the
+// result. pixman has no such format of three bytes on every machine: it works on four, from an
+// image that was widened before. Names are warp/case/who.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -12,6 +13,9 @@
 #if defined(CORVANE_BENCH_OPENCV)
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
+#endif
+#if defined(CORVANE_BENCH_PIXMAN)
+#include <pixman.h>
 #endif
 
 namespace {
@@ -45,6 +49,38 @@ void WarpByOpenCv(const WarpCase& one, const uint8_t* source, uint8_t* target) {
 }
 #endif
 
+#if defined(CORVANE_BENCH_PIXMAN)
+// The source with four bytes for a pixel.
+std::vector<uint32_t> WidenedSource() {
+  const std::vector<uint8_t> source = corvane_bench::WarpSource();
+  std::vector<uint32_t> pixels(source.size() / 3);
+  for (std::size_t i = 0; i < pixels.size(); ++i) {
+    pixels[i] = source[3 * i] | source[3 * i + 1] << 8 | source[3 * i + 2] << 16;
+  }
+  return pixels;
+}
+
+// target has room for four bytes for a pixel.
+void WarpByPixman(const WarpCase& one, uint32_t* target) {
+  static std::vector<uint32_t> pixels = WidenedSource();
+  pixman_image_t* const from = pixman_image_create_bits(
+      PIXMAN_x8r8g8b8, corvane_bench::kSourceWidth, corvane_bench::kSourceHeight, pixels.data(),
+      4 * corvane_bench::kSourceWidth);
+  pixman_image_t* const to =
+      pixman_image_create_bits(PIXMAN_x8r8g8b8, one.width, one.height, target, 4 * one.width);
+  const corvane_bench::WarpMatrix matrix = corvane_bench::MatrixOf(one);
+  pixman_transform_t transform = {};
+  for (int i = 0; i < 6; ++i) transform.matrix[i / 3][i % 3] = pixman_double_to_fixed(matrix.m[i]);
+  transform.matrix[2][2] = pixman_fixed_1;
+  pixman_image_set_transform(from, &transform);
+  pixman_image_set_filter(from, PIXMAN_FILTER_BILINEAR, nullptr, 0);
+  pixman_image_composite32(PIXMAN_OP_SRC, from, nullptr, to, 0, 0, 0, 0, 0, 0, one.width,
+                           one.height);
+  pixman_image_unref(to);
+  pixman_image_unref(from);
+}
+#endif
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -60,6 +96,10 @@ int main(int argc, char** argv) {
     cv::setNumThreads(1);
     Register(one, "opencv",
              [one](const uint8_t* source, uint8_t* target) { WarpByOpenCv(one, source, target); });
+#endif
+#if defined(CORVANE_BENCH_PIXMAN)
+    const auto room = std::make_shared<std::vector<uint32_t>>(one.width * one.height);
+    Register(one, "pixman", [=](const uint8_t*, uint8_t*) { WarpByPixman(one, room->data()); });
 #endif
   }
   benchmark::RunSpecifiedBenchmarks();
