@@ -14,7 +14,7 @@ OURS = ["corvane", "avx2", "forward", "Corvane", "QueryWithCorvane", "SplitByCha
 NICKNAMES = {"opencv": "OpenCV", "libyuv": "libyuv", "onednn": "oneDNN", "swscale": "swscale",
              "pixman": "pixman", "SimpleIni": "SimpleIni", "QueryWithSimpleIni": "SimpleIni",
              "SplitByStream": "string stream", "SplitByOffsets": "copies alone", "kernel": "kernel",
-             "memset_only": "memset", "write_only": "memset", "fill_only": "plain stores", "portable": "portable"}  # in the order of the table
+             "memset_only": "memset", "write_only": "memset", "fill_only": "stores", "portable": "portable"}  # in the order of the table
 
 
 def operation_and_way(name):
