@@ -11,10 +11,11 @@ import re
 import sys
 
 OURS = ["corvane", "avx2", "forward", "Corvane", "QueryWithCorvane", "SplitByChar", "portable"]
+# In the order of the table.
 NICKNAMES = {"opencv": "OpenCV", "libyuv": "libyuv", "onednn": "oneDNN", "swscale": "swscale",
              "pixman": "pixman", "SimpleIni": "SimpleIni", "QueryWithSimpleIni": "SimpleIni",
              "SplitByStream": "string stream", "SplitByOffsets": "copies alone", "kernel": "kernel",
-             "memset_only": "memset", "write_only": "memset", "fill_only": "stores", "portable": "portable"}  # in the order of the table
+             "memset_only": "memset", "write_only": "memset", "fill_only": "stores", "portable": "plain"}
 
 
 def operation_and_way(name):
