@@ -15,7 +15,7 @@ OURS = ["corvane", "avx2", "forward", "Corvane", "QueryWithCorvane", "SplitByCha
 NICKNAMES = {"opencv": "OpenCV", "libyuv": "libyuv", "onednn": "oneDNN", "swscale": "swscale",
              "pixman": "pixman", "SimpleIni": "SimpleIni", "QueryWithSimpleIni": "SimpleIni",
              "SplitByStream": "string stream", "SplitByOffsets": "copies alone", "kernel": "kernel",
-             "memset_only": "memset", "write_only": "memset", "fill_only": "stores", "portable": "plain"}
+             "memset_only": "memset", "write_only": "memset", "fill_only": "fill", "portable": "plain"}
 
 
 def operation_and_way(name):
