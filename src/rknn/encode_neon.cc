@@ -163,12 +163,12 @@ void Dfp16Integers(const IntegerPlan& plan) {
   }
   const uint8_t* pixels = plan.pixels;
   ForEachBlock<kStepPixels>(plan.pixel_count, kStepPixels, [&](std::size_t i) {
-    Bytes<3> bytes[2];
-    for (int b = 0; b < 2; ++b) Load(pixels + (i + b * kBlockPixels) * 3, &bytes[b]);
+    const uint8x16x3_t blocks[] = {vld3q_u8(pixels + i * 3),
+                                   vld3q_u8(pixels + (i + kBlockPixels) * 3)};
     for (int c = 0; c < 3; ++c) {
       for (int b = 0; b < 2; ++b) {
         int16_t* const plane = planes[c] + i + b * kBlockPixels;
-        const uint8x16_t block = bytes[b].channel[c];
+        const uint8x16_t block = blocks[b].val[c];
         const uint16x8_t low = vaddw_u8(minus_means[c], vget_low_u8(block));
         const uint16x8_t high = vaddw_high_u8(minus_means[c], block);
         vst1q_s16(plane, vreinterpretq_s16_u16(vshlq_u16(low, shift)));
